@@ -1,0 +1,43 @@
+# Short commands for the README. Each installs missing system packages first.
+BUILD_DIR ?= build
+ASAN_DIR ?= build-sanitize
+BENCH_DIR ?= build-bench
+JOBS ?= 2
+# CI (which sets CI=true) builds with warnings as errors.
+WERROR ?= $(if $(CI),ON,OFF)
+CMAKE_FLAGS ?=
+
+.PHONY: all deps build test test-sanitize demo bench format clean
+
+all: build
+
+deps:
+	@bash scripts/install-deps.sh
+
+build: deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DKORA_WERROR=$(WERROR) $(CMAKE_FLAGS)
+	cmake --build $(BUILD_DIR) -j$(JOBS)
+
+test: build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+
+test-sanitize: deps
+	cmake -S . -B $(ASAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORA_SANITIZE=ON \
+	  -DKORA_WERROR=$(WERROR) $(CMAKE_FLAGS)
+	cmake --build $(ASAN_DIR) -j$(JOBS)
+	cd $(ASAN_DIR) && ctest --output-on-failure -j$(JOBS)
+
+demo: build
+	$(BUILD_DIR)/tools/kora-demo examples/mixed_line_ends.txt
+
+bench: deps
+	cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DKORA_BUILD_BENCH=ON \
+	  -DKORA_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(BENCH_DIR) -j$(JOBS)
+	$(BENCH_DIR)/bench/getline_bench
+
+format:
+	git ls-files '*.hpp' '*.cpp' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(BENCH_DIR)

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs the system packages that building and testing kora needs, and only those that
+# are missing. Safe to run any number of times.
+set -euo pipefail
+
+packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+echo "install-deps: installing ${missing[*]}"
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+  sudo="sudo"
+fi
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update
+$sudo apt-get install -y --no-install-recommends "${missing[@]}"

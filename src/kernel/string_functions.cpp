@@ -1,0 +1,230 @@
+#include "kora/kernel/string_functions.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <istream>
+#include <limits>
+#include <streambuf>
+#include <system_error>
+
+#include "kernel/number_parsing.hpp"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace kora {
+
+namespace {
+
+// Reaches the get area of any stream buffer through pointers to its protected members, so
+// that lines can be scanned in place instead of one character at a time.
+struct GetArea : std::streambuf {
+  static char* begin(std::streambuf& sb) { return (sb.*&GetArea::gptr)(); }
+  static char* end(std::streambuf& sb) { return (sb.*&GetArea::egptr)(); }
+  static void advance(std::streambuf& sb, std::ptrdiff_t n) {
+    constexpr std::ptrdiff_t step = std::numeric_limits<int>::max();
+    for (; n > step; n -= step)
+      (sb.*&GetArea::gbump)(static_cast<int>(step));
+    (sb.*&GetArea::gbump)(static_cast<int>(n));
+  }
+};
+
+bool is_line_end(char c) noexcept {
+  return c == '\n' || c == '\r';
+}
+
+// First LF or CR in [p, end), or end.
+char const* find_line_end(char const* p, char const* end) noexcept {
+#if defined(__SSE2__)
+  __m128i const lf = _mm_set1_epi8('\n');
+  __m128i const cr = _mm_set1_epi8('\r');
+  while (end - p >= 16) {
+    __m128i const chunk = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+    int const mask =
+        _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(chunk, lf), _mm_cmpeq_epi8(chunk, cr)));
+    if (mask != 0) return p + __builtin_ctz(static_cast<unsigned>(mask));
+    p += 16;
+  }
+#endif
+  while (p != end && !is_line_end(*p))
+    ++p;
+  return p;
+}
+
+}  // namespace
+
+std::istream& getline(std::istream& is, std::string& line) {
+  line.clear();
+  std::istream::sentry sentry(is, true);
+  if (!sentry) return is;
+
+  std::streambuf& sb = *is.rdbuf();
+  using traits = std::char_traits<char>;
+  std::ios_base::iostate state = std::ios_base::goodbit;
+  bool extracted = false;
+  try {
+    for (;;) {
+      char* begin = GetArea::begin(sb);
+      char* end = GetArea::end(sb);
+      if (begin == end) {
+        // Refill the buffer; a buffer without a get area hands out single characters.
+        int const c = sb.sgetc();
+        if (traits::eq_int_type(c, traits::eof())) {
+          state |= std::ios_base::eofbit;
+          break;
+        }
+        if (GetArea::begin(sb) == GetArea::end(sb)) {
+          sb.sbumpc();
+          extracted = true;
+          char const ch = traits::to_char_type(c);
+          if (ch == '\n') break;
+          if (ch == '\r') {
+            if (traits::eq_int_type(sb.sgetc(), '\n')) sb.sbumpc();
+            break;
+          }
+          line.push_back(ch);
+        }
+        continue;
+      }
+      char const* stop = find_line_end(begin, end);
+      line.append(begin, static_cast<std::size_t>(stop - begin));
+      extracted = true;
+      if (stop == end) {
+        GetArea::advance(sb, end - begin);
+        continue;
+      }
+      GetArea::advance(sb, stop - begin + 1);
+      if (*stop == '\r' && traits::eq_int_type(sb.sgetc(), '\n')) sb.sbumpc();
+      break;
+    }
+  } catch (...) {
+    is.setstate(std::ios_base::badbit);  // rethrows when the stream asks for exceptions
+  }
+  if (!extracted) state |= std::ios_base::failbit;
+  if (state != std::ios_base::goodbit) is.setstate(state);
+  return is;
+}
+
+std::string_view trim_view(std::string_view text, std::string_view set) noexcept {
+  std::size_t const first = text.find_first_not_of(set);
+  if (first == std::string_view::npos) return {};
+  std::size_t const last = text.find_last_not_of(set);
+  return text.substr(first, last - first + 1);
+}
+
+std::string trim(std::string_view text, std::string_view set) {
+  return std::string(trim_view(text, set));
+}
+
+std::string strip(std::string_view text, std::string_view set) {
+  return trim(text, set);
+}
+
+std::string truncate(std::string_view text, int n) {
+  if (n <= 0) return {};
+  return std::string(text.substr(0, static_cast<std::size_t>(n)));
+}
+
+std::string left_justify(std::string_view text, int width, char pad) {
+  std::string out(text);
+  if (width > 0 && out.size() < static_cast<std::size_t>(width)) out.resize(width, pad);
+  return out;
+}
+
+std::string left_justify(std::string_view text, int min, int max, char pad) {
+  std::string out = left_justify(text, min, pad);
+  if (max >= 0 && out.size() > static_cast<std::size_t>(max)) out.resize(max);
+  return out;
+}
+
+std::string right_justify(std::string_view text, int width, char pad) {
+  if (width <= 0 || text.size() >= static_cast<std::size_t>(width)) return std::string(text);
+  std::string out(static_cast<std::size_t>(width) - text.size(), pad);
+  out.append(text);
+  return out;
+}
+
+namespace {
+
+template <class Field>
+int split_into(std::string_view text, std::vector<Field>& fields, std::string_view separators,
+               StringFunctionParameters::BlankFieldControl control) {
+  fields.clear();
+  bool const keep_blank = control == StringFunctionParameters::keep_blank_fields;
+  std::size_t start = 0;
+  for (;;) {
+    std::size_t const stop = text.find_first_of(separators, start);
+    std::string_view const field =
+        text.substr(start, stop == std::string_view::npos ? std::string_view::npos : stop - start);
+    if (keep_blank || !field.empty()) fields.emplace_back(field);
+    if (stop == std::string_view::npos) break;
+    start = stop + 1;
+  }
+  return static_cast<int>(fields.size());
+}
+
+}  // namespace
+
+int split(std::string_view text, std::vector<std::string>& fields, std::string_view separators,
+          StringFunctionParameters::BlankFieldControl control) {
+  return split_into(text, fields, separators, control);
+}
+
+int split(std::string_view text, std::vector<std::string_view>& fields, std::string_view separators,
+          StringFunctionParameters::BlankFieldControl control) {
+  return split_into(text, fields, separators, control);
+}
+
+int string_to_int(std::string_view text, bool* ok) {
+  int value = 0;
+  bool const good = detail::parse_int(trim_view(text, " \t"), value);
+  if (ok) *ok = good;
+  return good ? value : 0;
+}
+
+int string_to_int(std::string_view text, bool& ok) {
+  return string_to_int(text, &ok);
+}
+
+double string_to_double(std::string_view text, bool* ok) {
+  double value = 0.0;
+  bool const good = detail::parse_double(trim_view(text, " \t"), value);
+  if (ok) *ok = good;
+  return good ? value : 0.0;
+}
+
+double string_to_double(std::string_view text, bool& ok) {
+  return string_to_double(text, &ok);
+}
+
+std::string int_to_string(int value) {
+  char buffer[16];
+  auto const result = std::to_chars(buffer, buffer + sizeof buffer, value);
+  return std::string(buffer, result.ptr);
+}
+
+namespace {
+char ascii_upper(char c) noexcept {
+  return (c >= 'a' && c <= 'z') ? char(c - 'a' + 'A') : c;
+}
+char ascii_lower(char c) noexcept {
+  return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+}
+}  // namespace
+
+std::string toupper(std::string_view text) {
+  std::string out(text);
+  std::transform(out.begin(), out.end(), out.begin(), ascii_upper);
+  return out;
+}
+
+void lower_element_case(std::string& symbol) {
+  if (symbol.empty()) return;
+  symbol[0] = ascii_upper(symbol[0]);
+  std::transform(symbol.begin() + 1, symbol.end(), symbol.begin() + 1, ascii_lower);
+}
+
+}  // namespace kora
