@@ -1,6 +1,5 @@
 #include "kora/kernel/date.hpp"
 
-#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <stdexcept>
@@ -8,11 +7,19 @@
 
 namespace kora {
 
+namespace {
+
+// Gregorian calendar, proleptic, for any year an int holds.
+int days_in_month(int month, int year) noexcept {
+  static constexpr int days[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  bool const leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  return (month == 2 && leap) ? 29 : days[month - 1];
+}
+
+}  // namespace
+
 Date::Date(int day, int month, int year) : day_(day), month_(month), year_(year) {
-  std::chrono::year_month_day const ymd{std::chrono::year(year),
-                                        std::chrono::month(static_cast<unsigned>(month)),
-                                        std::chrono::day(static_cast<unsigned>(day))};
-  if (month < 1 || month > 12 || day < 1 || day > 31 || !ymd.ok()) {
+  if (month < 1 || month > 12 || day < 1 || day > days_in_month(month, year)) {
     throw std::invalid_argument("Date: no such day: " + to_string());
   }
 }

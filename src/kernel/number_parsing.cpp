@@ -1,5 +1,6 @@
 #include "kernel/number_parsing.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <system_error>
 
@@ -24,6 +25,31 @@ bool number_start(std::string_view& text) noexcept {
   return i < text.size() && is_digit(text[i]);
 }
 
+// The power of ten of the first significant digit of a number's text already known to be
+// valid ("123.4e5" -> 7, "0.001" -> -3), so that "1000e-1" is large and "0.001e2" small
+// whatever the sign of the exponent. Huge exponents saturate.
+long long leading_digit_exponent(std::string_view text) noexcept {
+  constexpr long long saturated = 1'000'000'000'000LL;
+  std::size_t const e = text.find_first_of("eE");
+  std::string_view const mantissa = text.substr(0, e);
+  std::size_t const first = mantissa.find_first_of("123456789");
+  if (first == std::string_view::npos) return -saturated;  // zero
+  std::size_t const point = std::min(mantissa.find('.'), mantissa.size());
+  long long magnitude = first < point ? static_cast<long long>(point - first) - 1
+                                      : -static_cast<long long>(first - point);
+  if (e != std::string_view::npos) {
+    std::string_view digits = text.substr(e + 1);
+    bool const negative = !digits.empty() && digits.front() == '-';
+    if (!digits.empty() && (digits.front() == '-' || digits.front() == '+'))
+      digits.remove_prefix(1);
+    long long exponent = 0;
+    for (char c : digits)
+      exponent = std::min(exponent * 10 + (c - '0'), saturated);
+    magnitude += negative ? -exponent : exponent;
+  }
+  return magnitude;
+}
+
 }  // namespace
 
 bool parse_int(std::string_view text, int& value) noexcept {
@@ -40,9 +66,8 @@ bool parse_double(std::string_view text, double& value) noexcept {
   if (ptr != end) return false;
   if (ec == std::errc()) return true;
   if (ec != std::errc::result_out_of_range) return false;
-  // Out of range: an exponent far below zero underflows to zero, anything else overflows.
-  std::size_t const e = text.find_first_of("eE");
-  if (e == std::string_view::npos || e + 1 >= text.size() || text[e + 1] != '-') return false;
+  // Out of range: a magnitude below one underflows to zero, anything else overflows.
+  if (leading_digit_exponent(text) >= 0) return false;
   value = (text.front() == '-') ? -0.0 : 0.0;
   return true;
 }

@@ -1,0 +1,123 @@
+#include "kora/kernel/string_functions.hpp"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using Fields = std::vector<std::string>;
+
+TEST(StringFunctions, TrimSets) {
+  EXPECT_EQ(kora::trim(" \t a b \t "), "a b");
+  EXPECT_EQ(kora::trim(" a\r\n"), "a\r\n");  // the default set keeps line ends
+  EXPECT_EQ(kora::strip(" a\r\n"), "a");
+  EXPECT_EQ(kora::strip("\r\n \t\r\n"), "");
+  EXPECT_EQ(kora::strip("..a b..\r\n", ".\t\r\n"), "a b");
+  std::string_view const text = "  ab ";
+  EXPECT_EQ(kora::trim_view(text), "ab");
+  EXPECT_EQ(kora::trim_view(text).data(), text.data() + 2);
+  EXPECT_TRUE(kora::trim_view("   ").empty());
+}
+
+TEST(StringFunctions, TruncateAndJustify) {
+  EXPECT_EQ(kora::truncate("abcdef", 3), "abc");
+  EXPECT_EQ(kora::truncate("abc", -1), "");
+  EXPECT_EQ(kora::left_justify("ab", 5, '.'), "ab...");
+  EXPECT_EQ(kora::left_justify("abcdef", 3), "abcdef");  // never cuts
+  EXPECT_EQ(kora::left_justify("ab", 4, 6), "ab  ");
+  EXPECT_EQ(kora::left_justify("abcde", 4, 6), "abcde");
+  EXPECT_EQ(kora::left_justify("abcdefgh", 4, 6), "abcdef");
+  EXPECT_EQ(kora::left_justify("ab", 4, 4, '*'), "ab**");
+  EXPECT_EQ(kora::right_justify("7", 3), "  7");
+  EXPECT_EQ(kora::right_justify("7", 3, '0'), "007");
+  EXPECT_EQ(kora::right_justify("1234", 3), "1234");  // never cuts
+}
+
+TEST(StringFunctions, Split) {
+  Fields fields{"stale"};
+  EXPECT_EQ(kora::split("  C1  C2\t\tO3 ", fields, " \t"), 3);
+  EXPECT_EQ(fields, (Fields{"C1", "C2", "O3"}));
+  EXPECT_EQ(kora::split(",,a,,,b,,", fields, ","), 2);
+  EXPECT_EQ(fields, (Fields{"a", "b"}));
+  EXPECT_EQ(kora::split(" \t ", fields, " \t"), 0);
+
+  auto const keep = kora::StringFunctionParameters::keep_blank_fields;
+  EXPECT_EQ(kora::split(",a,,b;", fields, ",;", keep), 5);
+  EXPECT_EQ(fields, (Fields{"", "a", "", "b", ""}));
+
+  std::vector<std::string_view> views{"stale"};
+  std::string_view const text = " x  yz ";
+  ASSERT_EQ(kora::split(text, views, " "), 2);
+  EXPECT_EQ(views[1], "yz");
+  EXPECT_EQ(views[1].data(), text.data() + 4);  // a view into the text, not a copy
+  EXPECT_EQ(kora::split("1\t\t3", views, "\t", keep), 3);
+  EXPECT_EQ(views, (std::vector<std::string_view>{"1", "", "3"}));
+}
+
+// Checks both report forms and the form without a report.
+template <class T, class Convert>
+void expect_number(Convert convert, std::string const& text, bool good, T expected) {
+  bool ok = !good;
+  EXPECT_EQ(convert(text, &ok), expected) << '"' << text << '"';
+  EXPECT_EQ(ok, good) << '"' << text << '"';
+  EXPECT_EQ(convert(text, nullptr), expected) << '"' << text << '"';
+}
+
+TEST(StringFunctions, StringToInt) {
+  auto const convert = [](std::string_view t, bool* ok) { return kora::string_to_int(t, ok); };
+  // clang-format off
+  std::pair<char const*, int> const good[] = {
+      {"42", 42}, {"  5", 5}, {"5 ", 5}, {"\t-5\t", -5}, {"+5", 5}, {"007", 7},
+      {"2147483647", INT_MAX}, {"-2147483648", INT_MIN}};
+  // clang-format on
+  for (auto [text, value] : good)
+    expect_number(convert, text, true, value);
+  for (char const* text : {"2147483648", "-2147483649", "", "   ", "+", "-", "+-5", "-+5", "12abc",
+                           "1.5.2", "1.0", "1e3", "1 2", "- 5", "0x10", "5\n"}) {
+    expect_number(convert, text, false, 0);
+  }
+  bool ok = false;  // the reference form
+  EXPECT_TRUE(kora::string_to_int(" -12 ", ok) == -12 && ok);
+}
+
+TEST(StringFunctions, StringToDouble) {
+  auto const convert = [](std::string_view t, bool* ok) { return kora::string_to_double(t, ok); };
+  std::string const zeros(400, '0');
+  // clang-format off
+  std::pair<std::string, double> const good[] = {
+      {"1.5", 1.5}, {" -2.25\t", -2.25}, {"+.5", 0.5}, {"-.5", -0.5}, {"5.", 5.0},
+      {"1.5E-2", 0.015}, {"1e308", 1e308}, {"1e-310", 1e-310}, {"1e-400", 0.0},
+      {"0." + zeros + "1", 0.0}, {"0." + zeros + "1e+1", 0.0}};  // 1e-401 and 1e-400
+  // clang-format on
+  for (auto const& [text, value] : good)
+    expect_number(convert, text, true, value);
+  std::string const bad[] = {"1e400", "-1e400", "1" + zeros + "e-1",
+                             "",      "   ",    ".",
+                             "+-5",   "12abc",  "1.5.2",
+                             "1e",    "1e+",    "1,5",
+                             "inf",   "-inf",   "nan",
+                             "0x1p3"};
+  for (std::string const& text : bad)
+    expect_number(convert, text, false, 0.0);
+  bool ok = false;
+  EXPECT_TRUE(std::signbit(kora::string_to_double("-1e-400", ok)) && ok);
+}
+
+TEST(StringFunctions, IntToStringAndCase) {
+  EXPECT_EQ(kora::int_to_string(0), "0");
+  EXPECT_EQ(kora::int_to_string(INT_MAX), "2147483647");
+  EXPECT_EQ(kora::int_to_string(INT_MIN), "-2147483648");
+  EXPECT_EQ(kora::toupper("aBz09_-{\xe9"), "ABZ09_-{\xe9");  // ASCII letters only
+  for (auto [in, out] : {std::pair{"CA", "Ca"}, {"cl", "Cl"}, {"c", "C"}, {"", ""}, {"1A", "1a"}}) {
+    std::string symbol = in;
+    kora::lower_element_case(symbol);
+    EXPECT_EQ(symbol, out);
+  }
+}
+
+}  // namespace
