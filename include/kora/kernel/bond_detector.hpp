@@ -1,0 +1,83 @@
+#pragma once
+
+// Bond detection from atom positions.
+
+#include <vector>
+
+#include "kora/kernel/atom.hpp"
+#include "kora/kernel/bond.hpp"
+#include "kora/kernel/cell.hpp"
+#include "kora/kernel/handle.hpp"
+#include "kora/kernel/molecule.hpp"
+
+namespace kora {
+
+// When two atoms count as bonded: their distance lies below the sum of their covalent
+// radii plus `tolerance` angstroms (or, when `relative` is true, below that sum times
+// 1 + tolerance), and above minimum_distance, so that atoms on the same spot never bond.
+class BondDistanceLimit {
+ public:
+  static constexpr double minimum_distance = 0.4;
+
+  explicit BondDistanceLimit(double tolerance = 0.55, bool relative = false)
+      : tolerance_(tolerance), relative_(relative) {}
+
+  double tolerance() const { return tolerance_; }
+  bool relative() const { return relative_; }
+  // The largest bonded distance between two elements; 0 when either is unset.
+  double maximum_distance(Element const& a, Element const& b) const;
+
+ private:
+  double tolerance_;
+  bool relative_;
+};
+
+class BondDetector {
+ public:
+  enum DetectionMode {
+    // Orthogonal coordinates of the atoms as they are: no lattice, no symmetry.
+    molecular = 1,
+    // Crystal structures: bonds are also found across lattice translations and the space
+    // group's operators, and molecules are completed with symmetry-equivalent atoms.
+    crystal = 4
+  };
+  enum RefinementMode {
+    // Every pair of atoms within the distance limit is bonded.
+    no_refinement = 0,
+    // As above, then a hydrogen (or deuterium) bonded to several atoms keeps only the bond
+    // to its nearest partner, as geometric detection over-bonds crowded hydrogens.
+    prune_hydrogens = 1
+  };
+
+  BondDetector(DetectionMode detection, RefinementMode refinement, BondDistanceLimit const& limit)
+      : detection_(detection), refinement_(refinement), limit_(limit) {}
+
+  DetectionMode detection_mode() const { return detection_; }
+  RefinementMode refinement_mode() const { return refinement_; }
+  BondDistanceLimit const& limit() const { return limit_; }
+
+  // The bonds among the atoms from their orthogonal positions, with indexes into `atoms`
+  // and type unknown_bond, each pair once (lower index first), ordered by first then
+  // second index. Atoms without a site or without an element never bond. Runs in time
+  // proportional to the number of atoms (a spatial grid), whatever the detection mode.
+  THandle<std::vector<THandle<BondData>>> bonds(std::vector<THandle<Atom>> const& atoms) const;
+
+  // The atoms grouped into bonded molecules. In molecular mode: the connected components
+  // of bonds(atoms), each a Molecule3d of the given atoms. In crystal mode: bonds are
+  // found between the atoms and all their images under the cell's space group and lattice
+  // translations, and each molecule is grown from the given atoms until it is whole,
+  // adding symmetry-equivalent atoms (copies with their own sites) where it needs them; a
+  // molecule on an inversion centre or a mirror comes out whole, and the given atoms are
+  // kept where they are. Every given atom ends up in exactly one molecule (as itself or as
+  // an image); polymeric structures stop growing when an atom would repeat by a lattice
+  // translation.
+  THandle<std::vector<THandle<Molecule>>> molecules(std::vector<THandle<Atom>>& atoms,
+                                                    Cell const& cell) const;
+
+ private:
+  DetectionMode detection_;
+  RefinementMode refinement_;
+  BondDistanceLimit limit_;
+};
+
+}  // namespace kora

@@ -1,0 +1,62 @@
+#include "kora/kernel/atom.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace kora {
+
+Site::Site(Point const& fractional, Point const& orthogonal, double occupancy)
+    : Site(fractional, orthogonal, UncertainValue(occupancy), {}, {}) {}
+
+Site::Site(Point const& fractional, Point const& orthogonal, UncertainValue occupancy,
+           THandle<Array<Uncertainty, 3>> position_uncertainty,
+           THandle<AtomicDisplacementParameters> displacement_parameters)
+    : fractional_(fractional),
+      orthogonal_(orthogonal),
+      occupancy_(occupancy),
+      position_uncertainty_(position_uncertainty ? std::move(position_uncertainty)
+                                                 : make_handle<Array<Uncertainty, 3>>()),
+      displacement_parameters_(std::move(displacement_parameters)) {}
+
+FileOrderedAtom3d::FileOrderedAtom3d(int file_order, Element const& element, std::string label,
+                                     THandle<Site> const& site)
+    : file_order_(file_order), element_(element), label_(std::move(label)), site_(site) {}
+
+void FileOrderedAtom3d::copy_to_(FileOrderedAtom3d& atom) const {
+  atom.formal_charge_ = formal_charge_;
+  atom.index_ = index_;
+  atom.connection_count_ = connection_count_;
+  if (site_) atom.site_ = make_handle<Site>(*site_);
+}
+
+THandle<Atom> FileOrderedAtom3d::clone() const {
+  auto atom = make_handle<FileOrderedAtom3d>(file_order_, element_, label_, THandle<Site>());
+  copy_to_(*atom);
+  return atom;
+}
+
+int ProteinAtom::residue_kind() const {
+  // The twenty standard amino acids in the alphabetical order of their codes.
+  static constexpr std::array<std::string_view, 20> codes{
+      "ALA", "ARG", "ASN", "ASP", "CYS", "GLN", "GLU", "GLY", "HIS", "ILE",
+      "LEU", "LYS", "MET", "PHE", "PRO", "SER", "THR", "TRP", "TYR", "VAL"};
+  std::string_view const name = std::string_view(residue_label_).substr(0, 3);
+  auto const it = std::lower_bound(codes.begin(), codes.end(), name);
+  return (it != codes.end() && *it == name) ? static_cast<int>(it - codes.begin()) + 1 : 0;
+}
+
+FileOrderedProteinAtom::FileOrderedProteinAtom(int file_order, Element const& element,
+                                               std::string label, std::string residue_label,
+                                               THandle<Site> const& site)
+    : FileOrderedAtom3d(file_order, element, std::move(label), site),
+      ProteinAtom(std::move(residue_label)) {}
+
+THandle<Atom> FileOrderedProteinAtom::clone() const {
+  auto atom = make_handle<FileOrderedProteinAtom>(file_order(), element(), label(), residue_label(),
+                                                  THandle<Site>());
+  copy_to_(*atom);
+  return atom;
+}
+
+}  // namespace kora
