@@ -1,0 +1,265 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <istream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kora/formats.hpp"
+#include "kora/framework/file_format.hpp"
+#include "kora/framework/flat_file_database.hpp"
+#include "kora/kernel/string_functions.hpp"
+
+namespace {
+
+using namespace kora;
+
+// A tiny format for these tests: an entry starts with "BEGIN name" and holds one line per
+// atom ("C 1.0 2.0 3.0"); a line "FAIL" makes reading throw.
+class ToyFile : public MoleculeFile {
+ public:
+  void read(std::istream& is) override {
+    std::string line;
+    while (kora::getline(is, line)) {
+      if (line.rfind("BEGIN ", 0) == 0) {
+        if (!name_.empty()) return;  // the next entry starts
+        name_ = line.substr(6);
+      } else if (line == "FAIL") {
+        throw std::runtime_error("ToyFile::read: bad line");
+      } else if (!line.empty()) {
+        atoms_.push_back(line);
+      }
+    }
+  }
+  void print(std::ostream&) const override {}
+  void clear() override {
+    name_.clear();
+    atoms_.clear();
+  }
+  void add(Molecule const&, DatabaseEntryIdentifier const&) override {}
+  void add(CrystalStructureDatabaseEntry const&) override {}
+  void add(Crystal const&, DatabaseEntryIdentifier const&) override {}
+  void add(CrystalMaker const&, DatabaseEntryIdentifier const&) override {}
+  THandle<CrystalStructureDatabaseEntry> database_entry() const override {
+    return THandle<CrystalStructureDatabaseEntry>(
+        make_handle<CrystalStructureImmediateDatabaseEntry>(DatabaseEntryIdentifier(name_),
+                                                            crystal_maker()));
+  }
+  THandle<Molecule> molecule() const override {
+    auto m = make_handle<Molecule3d>();
+    for (std::string const& a : atoms_) {
+      std::istringstream fields(a);
+      std::string symbol;
+      double x = 0, y = 0, z = 0;
+      fields >> symbol >> x >> y >> z;
+      m->add_atom(THandle<Atom>(make_handle<FileOrderedAtom3d>(
+          0, Element(symbol), symbol, make_handle<Site>(Point(x, y, z), Point(x, y, z)))));
+    }
+    return THandle<Molecule>(m);
+  }
+  THandle<Cell> cell() const override { return make_handle<Cell>(); }
+  THandle<Crystal> crystal() const override { return crystal_maker()->create_crystal(); }
+  THandle<CrystalMaker> crystal_maker() const override {
+    return make_handle<CrystalMaker>(Cell(), make_handle<MoleculeList>(1, molecule()),
+                                     THandle<MoleculeList>(), THandle<MoleculeList>());
+  }
+
+ private:
+  std::string name_;
+  std::vector<std::string> atoms_;
+};
+
+// Indexes "BEGIN" lines; the identifier is the name, or a generated one when it is empty.
+class ToyReader : public FlatFileDatabaseReader {
+ public:
+  explicit ToyReader(std::string const& file_name, std::string prefix = "")
+      : FlatFileDatabaseReader(file_name), prefix_(std::move(prefix)) {}
+  void parse(std::vector<DatabaseEntryIdentifier>& identifiers,
+             std::vector<std::streampos>& positions) const override {
+    std::ifstream in(file_name(), std::ios::binary);
+    if (!in) throw std::runtime_error("ToyReader: cannot open " + file_name());
+    std::string line;
+    std::streampos position = in.tellg();
+    while (kora::getline(in, line)) {
+      if (line.rfind("BEGIN ", 0) == 0) {
+        std::string const name = line.substr(6);
+        identifiers.push_back(name.empty()
+                                  ? generate_identifier_from_index(int(identifiers.size()) + 1)
+                                  : DatabaseEntryIdentifier(prefix_ + name));
+        positions.push_back(position);
+      }
+      position = in.tellg();
+    }
+  }
+
+ private:
+  std::string prefix_;
+};
+
+using ToyDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, ToyReader, ToyFile>;
+
+class FlatFileDatabaseTest : public ::testing::Test {
+ protected:
+  std::string write(std::string const& text) {
+    std::string const path = ::testing::TempDir() + "kora_toy_" +
+                             ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    std::ofstream(path, std::ios::binary) << text;
+    paths_.push_back(path);
+    return path;
+  }
+  void TearDown() override {
+    for (std::string const& p : paths_)
+      std::remove(p.c_str());
+  }
+  std::vector<std::string> paths_;
+};
+
+TEST_F(FlatFileDatabaseTest, IndexesOnceAndReadsOnlyTheRequestedEntry) {
+  std::string const path =
+      write("BEGIN first\r\nC 0 0 0\r\nO 1.2 0 0\r\nBEGIN second\nN 0 0 1\nBEGIN \nFAIL\n");
+  ToyDatabase const db(path);
+  ASSERT_EQ(db.size(), 3);
+  EXPECT_EQ(db.identifier(0).str(), "first");
+  EXPECT_EQ(db.identifier(2).str(), "ENTRY3");
+  EXPECT_EQ(db.position(1), std::streampos(33));
+  EXPECT_EQ(db.index(DatabaseEntryIdentifier("second")), 1);
+  EXPECT_EQ(db.index(DatabaseEntryIdentifier("SECOND")), 3);
+  EXPECT_FALSE(db.identifier_exists(DatabaseEntryIdentifier("third")));
+
+  THandle<CrystalStructureDatabaseEntry> const second = db.entry(DatabaseEntryIdentifier("second"));
+  EXPECT_EQ(second->identifier().str(), "second");
+  ASSERT_EQ(second->crystal_maker()->nmolecules(), 1);
+  EXPECT_EQ(second->crystal_maker()->molecule(0)->natoms(), 1);
+  THandle<CrystalStructureDatabaseEntry> const first = db.entry(0);
+  EXPECT_EQ(first->crystal_maker()->molecule(0)->natoms(), 2);
+  // The entry returned earlier does not change when the shared file object reads again.
+  EXPECT_EQ(second->crystal_maker()->molecule(0)->natoms(), 1);
+
+  try {
+    db.entry(2);
+    ADD_FAILURE() << "no exception";
+  } catch (database_error const& e) {
+    EXPECT_STREQ(e.what(),
+                 "FlatFileDatabase::entry: couldn't retrieve entry 2\nThe error message was:\n\n"
+                 "ToyFile::read: bad line");
+  }
+  for (int bad : {-1, 3})
+    EXPECT_THROW(db.entry(bad), database_error) << bad;
+  EXPECT_THROW(db.entry(DatabaseEntryIdentifier("missing")), database_error);
+  EXPECT_THROW(db.identifier(3), database_error);
+}
+
+TEST_F(FlatFileDatabaseTest, ReaderArgumentsErrorsAndDeletedFiles) {
+  std::string const path = write("BEGIN a\nC 0 0 0\n");
+  ToyDatabase const db(path, std::string("X-"));
+  EXPECT_EQ(db.identifier(0).str(), "X-a");
+  EXPECT_THROW(ToyDatabase(path + ".missing"), std::runtime_error);
+
+  std::remove(path.c_str());
+  try {
+    db.entry(0);
+    ADD_FAILURE() << "no exception";
+  } catch (database_error const& e) {
+    EXPECT_STREQ(e.what(), "FlatFileDatabase::entry(): couldn't open file");
+  }
+}
+
+TEST_F(FlatFileDatabaseTest, DefaultsOfAReadOnlyDatabase) {
+  ToyDatabase db(write("BEGIN a\n"));
+  EXPECT_FALSE(db.writable());
+  EXPECT_FALSE(db.has_expiry_date());
+  EXPECT_EQ(db.identifier_maximum_length(), 256);
+  EXPECT_EQ(db.normalise_identifier(DatabaseEntryIdentifier("aB ")).str(), "aB ");
+  auto const message = [](auto&& call) {
+    try {
+      call();
+    } catch (database_error const& e) {
+      return std::string(e.what());
+    }
+    return std::string("no exception");
+  };
+  EXPECT_EQ(message([&] { db.expiry_date(); }), "Database::expiry_date: no expiry date available");
+  EXPECT_EQ(message([&] { db.append({}); }),
+            "Database::append: database is not opened for writing");
+  EXPECT_EQ(message([&] { db.replace({}); }),
+            "Database::replace: database is not opened for writing");
+  EXPECT_EQ(message([&] { db.remove(DatabaseEntryIdentifier("a")); }),
+            "Database::remove: database is not opened for writing");
+  db.flush();
+}
+
+TEST_F(FlatFileDatabaseTest, NearestEntry) {
+  using Match = Database<CrystalStructureDatabaseEntry>::IdentifierMatch;
+  struct Case {
+    char const* text;
+    char const* query;
+    int index;
+    Match match;
+  };
+  Case const cases[] = {
+      {"BEGIN ABC1\nBEGIN abc1\n", "abc1", 1, Match::exact},
+      {"BEGIN ABC1\n", "abc1", 0, Match::equal_ignoring_case},
+      {"BEGIN x\nBEGIN Abc1\nBEGIN ABC1\n", "abc1", 1, Match::equal_ignoring_case},
+      {"BEGIN AAA\nBEGIN DDD\nBEGIN CCC\n", "BBB", 2, Match::nearest_only},
+      {"BEGIN AAA\nBEGIN aab\n", "ZZZ", 1, Match::nearest_only},
+      {"", "abc", -1, Match::nearest_only},
+  };
+  for (Case const& c : cases) {
+    ToyDatabase const db(write(c.text));
+    Match match = Match::exact;
+    EXPECT_EQ(db.nearest_entry(DatabaseEntryIdentifier(c.query), match), c.index) << c.text;
+    EXPECT_EQ(match, c.match) << c.text;
+  }
+}
+
+// Accepts a line "MAGIC" at line 3 only, and records the numbers it was shown.
+class ToyFormat : public TextIdentifiedFileFormat {
+ public:
+  THandle<Database<CrystalStructureDatabaseEntry>> make_database(
+      OpenParameters const&) const override {
+    return {};
+  }
+  THandle<MoleculeFile> make_molecule_file(OpenParameters const&) const override { return {}; }
+  std::string name() const override { return "toy"; }
+  std::string default_extension() const override { return "toy"; }
+  void all_extensions(std::vector<std::string>& e) const override { e = {"toy"}; }
+  bool writeable() const override { return false; }
+  bool examine_line(std::string const& line, unsigned int number) const override {
+    seen.push_back(number);
+    return line == "MAGIC" && number == 3;
+  }
+  mutable std::vector<unsigned int> seen;
+};
+
+TEST_F(FlatFileDatabaseTest, IdentifyCountsLinesFromOneAndStopsAtTheFirstAcceptedLine) {
+  ToyFormat format;
+  EXPECT_TRUE(format.identify(write("a\r\nb\rMAGIC\nMAGIC\n")));
+  EXPECT_EQ(format.seen, (std::vector<unsigned int>{1, 2, 3}));
+  format.seen.clear();
+  EXPECT_FALSE(format.identify(write("MAGIC\nx\ny\n")));
+  EXPECT_EQ(format.seen, (std::vector<unsigned int>{1, 2, 3}));
+  format.seen.clear();
+  EXPECT_FALSE(format.identify(::testing::TempDir() + "kora_no_such_file"));
+  EXPECT_FALSE(format.identify(::testing::TempDir()));  // a directory
+  EXPECT_TRUE(format.seen.empty());
+  std::string many;
+  for (int i = 0; i < 2000; ++i)
+    many += "line\n";
+  EXPECT_FALSE(format.identify(write(many)));
+  EXPECT_EQ(format.seen.size(), TextIdentifiedFileFormat::identify_line_limit);
+}
+
+TEST(MoleculeFile, ReadingAMissingFileNamesIt) {
+  ToyFile file;
+  try {
+    static_cast<MoleculeFile&>(file).read(std::string("/nonexistent/kora.toy"));
+    ADD_FAILURE() << "no exception";
+  } catch (std::runtime_error const& e) {
+    EXPECT_NE(std::string(e.what()).find("/nonexistent/kora.toy"), std::string::npos);
+  }
+}
+
+}  // namespace
