@@ -131,6 +131,11 @@ AtomicDisplacementParameters::AtomicDisplacementParameters(
 AtomicDisplacementParameters::AtomicDisplacementParameters(UncertainValue const& u, Type type,
                                                            Cell const& cell)
     : type_(type), u_iso_(u) {
+  if (!cell.valid()) {
+    // Without a usable metric the tensor is U on the diagonal alone.
+    u_ = {u, u, u, UncertainValue(), UncertainValue(), UncertainValue()};
+    return;
+  }
   Trigonometry const t = trigonometry(cell.angles());
   double const cos_alpha_star =
       (t.cos_beta * t.cos_gamma - t.cos_alpha) / (t.sin_beta * t.sin_gamma);

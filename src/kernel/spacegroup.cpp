@@ -2,6 +2,8 @@
 
 #include <gemmi/symmetry.hpp>
 
+#include "kora/kernel/string_functions.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -215,13 +217,39 @@ std::vector<Setting> const& settings() {
   return all;
 }
 
+// A full Hermann-Mauguin symbol, written with blanks, shortened to the short form:
+// "P 21/b 21/c 21/a" -> "P b c a", "P 4/m 2/m 2/m" -> "P 4/m m m",
+// "F 4/m -3 2/m" -> "F m -3 m", "P -3 2/m 1" -> "P -3 m 1". Short symbols and monoclinic
+// full symbols ("P 1 21/c 1", which the tables know) come back unchanged.
+std::string shortened_full_symbol(std::string_view symbol) {
+  std::vector<std::string> tokens;
+  split(symbol, tokens, " \t");
+  if (tokens.size() < 3) return std::string(symbol);
+  bool const cubic = tokens[2] == "-3" || tokens[2] == "3";
+  int const slashes =
+      static_cast<int>(std::count_if(tokens.begin() + 1, tokens.end(), [](std::string const& t) {
+        return t.find('/') != std::string::npos;
+      }));
+  if (slashes == 0 || (!cubic && slashes < 2 && tokens[1] != "-3")) return std::string(symbol);
+  std::string out = tokens[0];
+  for (std::size_t i = 1; i < tokens.size(); ++i) {
+    std::string token = tokens[i];
+    std::size_t const slash = token.find('/');
+    bool const principal_axis = !cubic && i == 1 && (token[0] == '4' || token[0] == '6');
+    if (slash != std::string::npos && !principal_axis) token.erase(0, slash + 1);
+    out += ' ';
+    out += token;
+  }
+  return out;
+}
+
 // A symbol in any common spelling, rewritten into the form the tables are searched in:
 // no blanks or parentheses, first letter upper case and the rest lower case, a bar before
 // the 3 of cubic groups written in the old way ("Pm3m" -> "Pm-3m"), and the axes or origin
 // choice after a colon ("R3r" -> "R3:R", "H3" -> "R3:H").
 std::string normalised_symbol(std::string_view symbol) {
   std::string s;
-  for (char c : symbol) {
+  for (char c : shortened_full_symbol(symbol)) {
     if (c != ' ' && c != '\t' && c != '_' && c != '(' && c != ')') s += c;
   }
   std::string suffix;

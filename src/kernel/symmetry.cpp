@@ -20,6 +20,19 @@ int trace(Matrix<int, 3, 3> const& m) {
   return m(0, 0) + m(1, 1) + m(2, 2);
 }
 
+// Whether some power of the matrix is the identity. The orders an integer 3 x 3 matrix of
+// finite order can have (1, 2, 3, 4, 6) all divide 12. Powers are taken in doubles, where a
+// runaway matrix grows towards infinity instead of overflowing.
+bool finite_order(Matrix<int, 3, 3> const& m) {
+  Matrix<double, 3, 3> m1;
+  for (std::size_t r = 0; r < 3; ++r)
+    for (std::size_t c = 0; c < 3; ++c)
+      m1(r, c) = m(r, c);
+  Matrix<double, 3, 3> const m2 = m1 * m1;
+  Matrix<double, 3, 3> const m4 = m2 * m2;
+  return m4 * m4 * m4 == Matrix<double, 3, 3>::identity();
+}
+
 // The nearest multiple of 1/12 or of 1/8, whichever is nearer, when it lies within 0.005.
 double snap_translation(double t) {
   double const twelfths = std::nearbyint(t * 12.0) / 12.0;
@@ -33,8 +46,9 @@ double snap_translation(double t) {
                               "\"");
 }
 
+// Line ends count as blanks, so that operators cut from CR LF lines still read.
 bool is_blank(char c) {
-  return c == ' ' || c == '\t';
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
 // Reads one coordinate expression such as "-x+1/2", "1/2+Y", "x-y", "0.3333-Y", ".5-z".
@@ -97,10 +111,11 @@ bool parse_expression(std::string_view s, std::array<int, 3>& row, double& trans
   return true;
 }
 
-// A translation as text: a reduced fraction when it is a multiple of 1/24, else a decimal.
+// A translation as text: a reduced fraction when it is a multiple of 1/24, else a decimal
+// with six places at most and no trailing zeros or point; "0" for anything that rounds to 0.
 std::string translation_text(double t) {
   double const in24 = t * 24.0;
-  if (off_integer(in24) < 1e-6) {
+  if (std::fabs(in24) < 1e9 && off_integer(in24) < 1e-6) {
     int num = static_cast<int>(std::nearbyint(in24));
     int den = 24;
     int const g = std::gcd(num, den);
@@ -111,7 +126,8 @@ std::string translation_text(double t) {
   std::string s = std::to_string(t);
   while (!s.empty() && s.back() == '0')
     s.pop_back();
-  return s;
+  if (!s.empty() && s.back() == '.') s.pop_back();
+  return s == "-0" ? "0" : s;
 }
 
 }  // namespace
@@ -119,6 +135,9 @@ std::string translation_text(double t) {
 CrystalSymmetryOperator::ElementType CrystalSymmetryOperator::element_type() const {
   int const det = determinant(rotation_);
   int const tr = trace(rotation_);
+  // Determinant and trace name the element only for a rotation of finite order; a shear
+  // such as x+y,y,z has the identity's trace.
+  if (!finite_order(rotation_)) return not_a_symmetry_element;
   if (det == 1) {
     switch (tr) {
       case 3:
@@ -190,9 +209,8 @@ std::string CrystalSymmetryOperator::to_string() const {
       if (v != 1 && v != -1) out += std::to_string(v < 0 ? -v : v);
       out += static_cast<char>('x' + c);
     }
-    double const t = translation_[r];
-    if (t != 0.0 || out.size() == start) {
-      std::string const text = translation_text(t);
+    std::string const text = translation_text(translation_[r]);
+    if (text != "0" || out.size() == start) {
       if (text[0] != '-' && out.size() > start) out += '+';
       out += text;
     }
