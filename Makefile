@@ -28,13 +28,18 @@ test-sanitize: deps
 	cd $(ASAN_DIR) && ctest --output-on-failure -j$(JOBS)
 
 demo: build
-	$(BUILD_DIR)/tools/kora-demo examples/mixed_line_ends.txt
+	bash scripts/demo.sh $(BUILD_DIR)/bin/kora
 
 bench: deps
 	cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DKORA_BUILD_BENCH=ON \
 	  -DKORA_BUILD_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(BENCH_DIR) -j$(JOBS)
-	$(BENCH_DIR)/bench/getline_bench
+	$(BENCH_DIR)/bin/getline_bench
+	$(BENCH_DIR)/bin/bond_detector_bench
+	$(BENCH_DIR)/bin/mol2_bench
+	$(BENCH_DIR)/bin/pdb_bench
+	$(BENCH_DIR)/bin/mdl_bench
+	$(BENCH_DIR)/bin/res_bench
 
 format:
 	git ls-files '*.hpp' '*.cpp' | xargs clang-format -i

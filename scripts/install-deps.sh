@@ -3,7 +3,7 @@
 # are missing. Safe to run any number of times.
 set -euo pipefail
 
-packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev)
+packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev libcli11-dev nlohmann-json3-dev)
 
 missing=()
 for p in "${packages[@]}"; do

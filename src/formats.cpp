@@ -1,10 +1,19 @@
 #include "kora/formats.hpp"
 
+#include "kora/mdl/mol_file_file_format.hpp"
+#include "kora/mol2/mol2_file_format.hpp"
+#include "kora/pdb/pdb_file_format.hpp"
+#include "kora/shelx/res_file_format.hpp"
+
 namespace kora {
 
 std::vector<THandle<FileFormat>> const& file_formats() {
-  // Filled format by format as they are added.
-  static std::vector<THandle<FileFormat>> const formats;
+  static std::vector<THandle<FileFormat>> const formats{
+      THandle<FileFormat>(make_handle<Mol2FileFormat>()),
+      THandle<FileFormat>(make_handle<MolFileFileFormat>(FileFormat::normalised_identifiers)),
+      THandle<FileFormat>(make_handle<PdbFileFormat>()),
+      THandle<FileFormat>(make_handle<ResFileFormat>()),
+  };
   return formats;
 }
 

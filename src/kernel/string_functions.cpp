@@ -9,6 +9,7 @@
 #include <streambuf>
 #include <system_error>
 
+#include "kernel/line_reading.hpp"
 #include "kernel/number_parsing.hpp"
 
 #if defined(__SSE2__)
@@ -56,7 +57,12 @@ char const* find_line_end(char const* p, char const* end) noexcept {
 
 }  // namespace
 
-std::istream& getline(std::istream& is, std::string& line) {
+namespace {
+
+// The line reader behind getline; `terminator` receives the length of the line end
+// consumed (0 at the end of the stream, 1 for LF or CR, 2 for CR LF).
+std::istream& read_line(std::istream& is, std::string& line, std::size_t& terminator) {
+  terminator = 0;
   line.clear();
   std::istream::sentry sentry(is, true);
   if (!sentry) return is;
@@ -80,9 +86,16 @@ std::istream& getline(std::istream& is, std::string& line) {
           sb.sbumpc();
           extracted = true;
           char const ch = traits::to_char_type(c);
-          if (ch == '\n') break;
+          if (ch == '\n') {
+            terminator = 1;
+            break;
+          }
           if (ch == '\r') {
-            if (traits::eq_int_type(sb.sgetc(), '\n')) sb.sbumpc();
+            terminator = 1;
+            if (traits::eq_int_type(sb.sgetc(), '\n')) {
+              sb.sbumpc();
+              terminator = 2;
+            }
             break;
           }
           line.push_back(ch);
@@ -96,8 +109,13 @@ std::istream& getline(std::istream& is, std::string& line) {
         GetArea::advance(sb, end - begin);
         continue;
       }
+      bool const cr = *stop == '\r';
       GetArea::advance(sb, stop - begin + 1);
-      if (*stop == '\r' && traits::eq_int_type(sb.sgetc(), '\n')) sb.sbumpc();
+      terminator = 1;
+      if (cr && traits::eq_int_type(sb.sgetc(), '\n')) {
+        sb.sbumpc();
+        terminator = 2;
+      }
       break;
     }
   } catch (...) {
@@ -105,6 +123,20 @@ std::istream& getline(std::istream& is, std::string& line) {
   }
   if (!extracted) state |= std::ios_base::failbit;
   if (state != std::ios_base::goodbit) is.setstate(state);
+  return is;
+}
+
+}  // namespace
+
+std::istream& getline(std::istream& is, std::string& line) {
+  std::size_t terminator = 0;
+  return read_line(is, line, terminator);
+}
+
+std::istream& detail::getline_counted(std::istream& is, std::string& line, std::size_t& consumed) {
+  std::size_t terminator = 0;
+  read_line(is, line, terminator);
+  consumed = line.size() + terminator;
   return is;
 }
 

@@ -37,8 +37,18 @@ class FlatFileDatabaseReader {
   std::string file_name_;
 };
 
+// What every flat-file database tells of its file, whatever its entry, reader and file
+// types: reached from a database handle with handle_dynamic_cast.
+class FlatFileDatabaseIndex {
+ public:
+  virtual ~FlatFileDatabaseIndex() = default;
+  virtual std::string const& file_name() const = 0;
+  // Where entry i starts in the file; database_error outside the index.
+  virtual std::streampos position(int i) const = 0;
+};
+
 template <class Entry, class Reader, class File>
-class FlatFileDatabase : public Database<Entry> {
+class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
  public:
   // Indexes the file with Reader(file_name, reader_arguments...); its errors pass through.
   template <class... ReaderArguments>
@@ -53,9 +63,8 @@ class FlatFileDatabase : public Database<Entry> {
     }
   }
 
-  std::string const& file_name() const { return file_name_; }
-  // Where entry i starts in the file.
-  std::streampos position(int i) const { return positions_.at(checked_(i)); }
+  std::string const& file_name() const override { return file_name_; }
+  std::streampos position(int i) const override { return positions_.at(checked_(i)); }
 
   int size() const override { return static_cast<int>(identifiers_.size()); }
   DatabaseEntryIdentifier identifier(int i) const override { return identifiers_.at(checked_(i)); }

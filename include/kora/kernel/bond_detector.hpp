@@ -24,7 +24,8 @@ class BondDistanceLimit {
 
   double tolerance() const { return tolerance_; }
   bool relative() const { return relative_; }
-  // The largest bonded distance between two elements; 0 when either is unset.
+  // The largest bonded distance between two elements; 0 when either is unset, and when the
+  // tolerance makes the limit negative or not a number (nothing then bonds).
   double maximum_distance(Element const& a, Element const& b) const;
 
  private:
@@ -37,7 +38,8 @@ class BondDetector {
   enum DetectionMode {
     // Orthogonal coordinates of the atoms as they are: no lattice, no symmetry.
     molecular = 1,
-    // Crystal structures: bonds are also found across lattice translations and the space
+    // Crystal structures: the atoms' fractional positions are those of an asymmetric unit
+    // (or more) of the cell; bonds are also found across lattice translations and the space
     // group's operators, and molecules are completed with symmetry-equivalent atoms.
     crystal = 4
   };
@@ -45,7 +47,11 @@ class BondDetector {
     // Every pair of atoms within the distance limit is bonded.
     no_refinement = 0,
     // As above, then a hydrogen (or deuterium) bonded to several atoms keeps only the bond
-    // to its nearest partner, as geometric detection over-bonds crowded hydrogens.
+    // to its nearest partner, as geometric detection over-bonds crowded hydrogens. Each
+    // hydrogen picks its nearest partner (the lower index on equal distances; in crystal
+    // mode, the lower atom number, then the first image found), and a bond survives when
+    // each of its hydrogen ends picked it: so a bond between two hydrogens needs both to
+    // pick each other, and a hydrogen hanging off another that prefers a third atom loses it.
     prune_hydrogens = 1
   };
 
@@ -58,8 +64,9 @@ class BondDetector {
 
   // The bonds among the atoms from their orthogonal positions, with indexes into `atoms`
   // and type unknown_bond, each pair once (lower index first), ordered by first then
-  // second index. Atoms without a site or without an element never bond. Runs in time
-  // proportional to the number of atoms (a spatial grid), whatever the detection mode.
+  // second index. Atoms without a site, without an element or with a coordinate that is not
+  // finite never bond. Runs in time proportional to the number of atoms (a spatial grid),
+  // whatever the detection mode.
   THandle<std::vector<THandle<BondData>>> bonds(std::vector<THandle<Atom>> const& atoms) const;
 
   // The atoms grouped into bonded molecules. In molecular mode: the connected components
@@ -71,6 +78,25 @@ class BondDetector {
   // kept where they are. Every given atom ends up in exactly one molecule (as itself or as
   // an image); polymeric structures stop growing when an atom would repeat by a lattice
   // translation.
+  //
+  // In crystal mode, in more detail: a given atom that is a symmetry copy of an earlier one (same
+  // element, within 0.01 angstroms of one of its images, and elsewhere in the cell than that atom:
+  // split sites of a disordered atom stay apart) stands for the same atom, so a structure given
+  // with more than its asymmetric unit gains no duplicates; such a copy appears as itself where the
+  // molecule reaches its position, and is otherwise represented by the images of the first.
+  // Positions within 0.05 angstroms of each other are one position, so an atom on a special
+  // position is added once. New atoms are clones of the given atom with a new site: the image's
+  // fractional and orthogonal position, the same occupancy, and the anisotropic displacement
+  // parameters turned by the operator (the uncertainties of coordinates and parameters are kept
+  // where the operator only permutes axes, dropped where it mixes them). Of the symmetry copies of
+  // a molecule, the one that keeps the most given atoms at their own positions is returned; its
+  // atoms are those given atoms, in their order, then the new ones. Atoms without a site or an
+  // element, or with a fractional coordinate beyond a million cells, each make a molecule of their
+  // own. A cell that is not valid, or narrower than a third of the longest possible bond in some
+  // direction, or whose operators' rotations do not form a point group (an incomplete list), cannot
+  // hold a crystal: molecules are then found as in molecular mode. The number of new atoms is
+  // capped at 20 times the number of given atoms times the number of operators, which only a set of
+  // operators that is not a group could reach.
   THandle<std::vector<THandle<Molecule>>> molecules(std::vector<THandle<Atom>>& atoms,
                                                     Cell const& cell) const;
 

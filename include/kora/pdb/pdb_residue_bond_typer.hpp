@@ -1,0 +1,73 @@
+#pragma once
+
+// Bond orders for standard amino-acid residues: geometric bond detection gives bonds without
+// orders, and this typer sets the double and aromatic bonds of the backbone carbonyl, the
+// side-chain carbonyls and carboxylates and the aromatic rings from the atom names.
+
+#include <map>
+#include <string>
+#include <unordered_map>
+
+#include "kora/kernel/atom.hpp"
+#include "kora/kernel/bond.hpp"
+#include "kora/kernel/handle.hpp"
+#include "kora/kernel/molecule.hpp"
+
+namespace kora {
+
+class PdbResidueBondTyper {
+ public:
+  // Types the bonds of the range (the bonds of one molecule). Bonds between protein atoms
+  // are grouped into residues by residue kind: a bond whose first atom has another kind than
+  // the current residue starts the next one; within a residue, bonds reaching an atom of
+  // another kind are left out. Consecutive residues of the same kind are typed together.
+  void apply(PolymorphicIterator<THandle<Bond>> begin, PolymorphicIterator<THandle<Bond>> end);
+
+  // The base atom name of a label: CD1A gives CD1, CGB gives CG; labels that are not a
+  // carbon, nitrogen or oxygen with a Greek position letter are returned unchanged.
+  std::string convert_label(std::string const& label) const;
+
+  // Applies the rule of the current residue kind, then makes the backbone C-O double.
+  void type_current_residue();
+  // Gives the bond of the pair key ("CD2-CG": the two base names, the smaller first) the
+  // type; a key that names no bond of the residue is ignored.
+  void set_bond_type(std::string const& key, BondType type);
+
+  // The rules, by residue.
+  void type_asparagine();
+  void type_aspartic_acid();
+  void type_glutamine();
+  void type_glutamic_acid();
+  void type_histidine();
+  void type_phenylalanine();
+  void type_tryptophan();
+  void type_tyrosine();
+
+ private:
+  // Residue kinds (the alphabetical numbering of the twenty standard amino acids).
+  static constexpr int asparagine = 3;
+  static constexpr int aspartic_acid = 4;
+  static constexpr int glutamine = 6;
+  static constexpr int glutamic_acid = 7;
+  static constexpr int histidine = 9;
+  static constexpr int phenylalanine = 14;
+  static constexpr int tryptophan = 18;
+  static constexpr int tyrosine = 19;
+
+  // convert_label, remembered per distinct label.
+  std::string const& converted_label_(std::string const& label);
+  // Whether the atom mapped under the label has `count` bonds; false when none is mapped.
+  bool has_connections_(std::string const& label, int count) const;
+  // The connection count of the atom mapped under the label; -1 when none is mapped.
+  int connections_(std::string const& label) const;
+  // The carboxylate rule of aspartic and glutamic acid.
+  void type_carboxylate_(char const* oxygen1, char const* oxygen2, char const* key1,
+                         char const* key2);
+
+  std::map<std::string, THandle<Bond>> bonds_;
+  std::map<std::string, THandle<Atom>> atoms_;
+  int residue_kind_ = 0;
+  std::unordered_map<std::string, std::string> converted_;
+};
+
+}  // namespace kora

@@ -1,0 +1,64 @@
+#pragma once
+
+// What the ATOM and BOND sections share: a list of line objects read by count, printed one
+// a line, and compared pairwise.
+
+#include <istream>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kora/kernel/handle.hpp"
+#include "kora/kernel/string_functions.hpp"
+
+namespace kora::detail {
+
+// Reads `count` lines (none for 0 or less) into `lines`, reusing one line buffer. A count
+// above `maximum` is refused before anything is allocated; lines past the end of the stream
+// are one shared line of defaults.
+template <class Line>
+void read_section_lines(std::istream& is, int count, int maximum, char const* where,
+                        char const* what, std::vector<THandle<Line>>& lines) {
+  if (count > maximum) {
+    throw std::runtime_error(std::string(where) + ": the molecule announces " +
+                             int_to_string(count) + " " + what + ", more than the " +
+                             int_to_string(maximum) + " a section may hold");
+  }
+  lines.clear();
+  std::string buffer;
+  THandle<Line> blank;
+  for (int i = 0; i < count; ++i) {
+    if (!is.good()) {
+      if (!blank) {
+        blank = make_handle<Line>();
+        blank->read(is, buffer);
+      }
+      lines.push_back(blank);
+      continue;
+    }
+    auto line = make_handle<Line>();
+    line->read(is, buffer);
+    lines.push_back(line);
+  }
+}
+
+// Each line, with a line end after all but the last.
+template <class Line>
+void print_section_lines(std::ostream& os, std::vector<THandle<Line>> const& lines) {
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (i) os << '\n';
+    lines[i]->print(os);
+  }
+}
+
+template <class Line>
+bool equal_section_lines(std::vector<THandle<Line>> const& a, std::vector<THandle<Line>> const& b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (!(*a[i] == *b[i])) return false;
+  }
+  return true;
+}
+
+}  // namespace kora::detail

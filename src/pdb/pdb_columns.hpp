@@ -1,0 +1,58 @@
+#pragma once
+
+// Fixed-column fields of PDB records: cutting a field out of a line without reading past its
+// end, converting it as the C library reads the front of a text (strtol, strtod), the
+// fields of ATOM and HETATM records, and the element rules for their atoms.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace kora::detail {
+
+// The `length` characters at `offset`, fewer when the line ends sooner, nothing when it ends
+// before `offset`.
+inline std::string_view column(std::string_view line, std::size_t offset, std::size_t length) {
+  if (offset >= line.size()) return {};
+  return line.substr(offset, length);
+}
+
+// The integer at the front of the text after white space (optional sign, decimal digits),
+// as strtol reads it; 0 when there is none or it does not fit.
+long leading_integer(std::string_view text) noexcept;
+// The real number at the front of the text after white space, as strtod reads it (decimal
+// and exponent forms, inf, nan); 0 when there is none or it does not fit a double.
+double leading_real(std::string_view text) noexcept;
+
+// The first run of characters that are neither digits nor blanks or tabs ("1HB" gives "HB",
+// "C1" gives "C").
+std::string_view first_symbol_run(std::string_view text) noexcept;
+
+// The fields of an ATOM or HETATM record. Text fields are views into the line; a field
+// whose columns the line does not cover keeps its default.
+struct PdbAtomRecord {
+  int serial = 0;
+  std::string_view name;
+  std::string_view alternate_location;
+  std::string_view residue_name;
+  std::string_view chain;
+  int residue_number = 0;
+  std::string_view insertion_code;
+  double x = 0.0;
+  double y = 0.0;
+  double z = 0.0;
+  double occupancy = 1.0;  // at most 1
+  double temperature_factor = 0.0;
+  std::string_view segment;
+  std::string_view element;
+  int charge = 0;
+};
+
+PdbAtomRecord parse_atom_record(std::string_view line) noexcept;
+
+// The element symbol of an atom from its element field and atom name, in element case, or
+// the empty text when none is found. Only HETATM records put a two-letter symbol into
+// element case before it is looked up, so that ATOM CA is carbon and HETATM CA calcium.
+std::string pdb_element_symbol(std::string_view element, std::string_view atom_name, bool hetatm);
+
+}  // namespace kora::detail

@@ -1,0 +1,101 @@
+#include "kora/pdb/pdb_database_reader.hpp"
+
+#include <fstream>
+#include <stdexcept>
+#include <string_view>
+
+#include "kernel/line_reading.hpp"
+#include "kora/kernel/string_functions.hpp"
+
+namespace kora {
+
+namespace {
+
+bool begins_with(std::string_view line, std::string_view text) {
+  return line.substr(0, text.size()) == text;
+}
+
+bool is_blank(std::string_view line) {
+  return line.find_first_not_of(" \t\r") == std::string_view::npos;
+}
+
+}  // namespace
+
+void PdbDatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifiers,
+                              std::vector<std::streampos>& positions) const {
+  std::ifstream in(file_name(), std::ios::binary);
+  if (!in) throw database_error("PdbDatabase::parse() couldn't retrieve entry " + file_name());
+  int count = 0;
+  bool header_seen = false;
+  bool end_seen = false;
+  bool complete = false;
+  bool atoms_seen = false;
+  DatabaseEntryIdentifier identifier("00000000");
+  std::streampos entry_start = 0;
+  // Positions are counted from the bytes each line takes, not asked of the stream.
+  std::streampos position = in.tellg();
+  std::string line;
+  std::size_t used = 0;
+  while (!in.eof()) {
+    if (!in.good()) in.clear();
+    std::streampos const line_start = position;
+    detail::getline_counted(in, line, used);
+    position += static_cast<std::streamoff>(used);
+    if (in.eof() && line.empty()) break;
+    if (!header_seen) {
+      if (begins_with(line, "HEADER")) {
+        header_seen = true;
+        identifier = set_entry_identifier(count, line);
+        entry_start = line_start;
+      }
+    } else if (end_seen) {
+      // An entry without atoms ended here: nothing after it is indexed.
+      break;
+    } else if (begins_with(line, "ATOM") || begins_with(line, "HETATM")) {
+      atoms_seen = true;
+      complete = false;
+    } else if (begins_with(line, "END")) {  // ENDMDL too
+      end_seen = true;
+      complete = true;
+    } else if (atoms_seen && is_blank(line)) {
+      complete = true;
+    }
+    if (complete && atoms_seen) {
+      ++count;
+      positions.push_back(entry_start);
+      identifiers.push_back(identifier);
+      header_seen = end_seen = complete = atoms_seen = false;
+      identifier = DatabaseEntryIdentifier("00000000");
+    }
+    if (!(position > line_start)) break;
+  }
+  if (header_seen && atoms_seen && !complete) {
+    positions.push_back(entry_start);
+    identifiers.push_back(identifier);
+  }
+}
+
+DatabaseEntryIdentifier PdbDatabaseReader::set_entry_identifier(
+    int index, std::string const& header_line) const {
+  std::string_view const line = header_line;
+  if (line.substr(std::min<std::size_t>(line.size(), 10), 3) == "VRX") {
+    std::string_view name = line.size() > 20 ? line.substr(20) : std::string_view();
+    if (!name.empty() && name.back() == '\r') name.remove_suffix(1);
+    try {
+      return DatabaseEntryIdentifier(std::string(name));
+    } catch (std::exception const&) {
+      throw std::invalid_argument("PdbDatabase::entry_identifier: invalid VRX identifier.");
+    }
+  }
+  // The PDB identifier code of columns 63-66.
+  std::string_view const code =
+      trim_view(line.size() > 62 ? line.substr(62, 4) : std::string_view(), " \t\r");
+  if (code.empty()) return generate_identifier_from_index(index + 1);
+  try {
+    return DatabaseEntryIdentifier(std::string(code));
+  } catch (std::exception const&) {
+    return generate_identifier_from_index(index + 1);
+  }
+}
+
+}  // namespace kora

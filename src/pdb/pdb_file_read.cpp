@@ -1,0 +1,402 @@
+// PdbFile::read: records, atoms, residue-by-residue bond detection, CONECT bonds, cell and
+// scale matrix.
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <istream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kora/kernel/bond_detector.hpp"
+#include "kora/kernel/string_functions.hpp"
+#include "kora/pdb/pdb_file.hpp"
+#include "kora/pdb/pdb_residue_bond_typer.hpp"
+#include "pdb/pdb_columns.hpp"
+
+namespace kora {
+
+namespace {
+
+using AtomList = std::vector<THandle<Atom>>;
+using BondList = std::vector<THandle<BondData>>;
+
+enum class Record {
+  header,
+  cryst1,
+  origx,
+  scale1,
+  scale2,
+  scale3,
+  atom,
+  hetatm,
+  endmdl,
+  conect,
+  end,
+  other  // recognised and ignored, or unknown
+};
+
+// The record name is the text up to the first blank or tab, compared exactly: a name run
+// into its first field ("HETATM12345") is no record of ours.
+Record record_of(std::string_view line) {
+  std::string_view const name = line.substr(0, line.find_first_of(" \t"));
+  switch (name.size()) {
+    case 3:
+      if (name == "END") return Record::end;
+      break;
+    case 4:
+      if (name == "ATOM") return Record::atom;
+      break;
+    case 6:
+      if (name == "HETATM") return Record::hetatm;
+      if (name == "CONECT") return Record::conect;
+      if (name == "HEADER") return Record::header;
+      if (name == "CRYST1") return Record::cryst1;
+      if (name == "ENDMDL") return Record::endmdl;
+      if (name == "SCALE1") return Record::scale1;
+      if (name == "SCALE2") return Record::scale2;
+      if (name == "SCALE3") return Record::scale3;
+      if (name == "ORIGX1" || name == "ORIGX2" || name == "ORIGX3") return Record::origx;
+      break;
+    default:
+      break;
+  }
+  return Record::other;
+}
+
+// Equal within 1e-7, the tolerance of the rhombohedral tests.
+bool nearly_equal(double x, double y) {
+  return x - 1e-7 <= y && y - 1e-7 <= x;
+}
+
+bool within(double value, double low, double high) {
+  return low <= value && value <= high;
+}
+
+constexpr double degrees_to_radians = 0.017453292519943295;
+
+// The cell and space group of a CRYST1 record.
+Cell read_cryst1(std::string_view line) {
+  if (line.size() < 54) throw std::runtime_error("PdbFile::read CRYST1 line is incomplete");
+  double const a = detail::leading_real(line.substr(6, 9));
+  double const b = detail::leading_real(line.substr(15, 9));
+  double const c = detail::leading_real(line.substr(24, 9));
+  double const alpha = detail::leading_real(line.substr(33, 7));
+  double const beta = detail::leading_real(line.substr(40, 7));
+  double const gamma = detail::leading_real(line.substr(47, 7));
+  std::string symbol = line.size() < 56 ? "P1" : trim(line.substr(55, 10), " \t");
+  if (!symbol.empty() && symbol.front() == 'R' && symbol.back() != 'r') {
+    // An R group on hexagonal axes keeps its symbol; on rhombohedral axes it gets the 'r'.
+    bool const hexagonal = nearly_equal(a, b) && within(alpha, 89.9999999, 90 + 1e-7) &&
+                           within(beta, 89.9999999, 90 + 1e-7) &&
+                           within(gamma, 119.9999999, 120 + 1e-7);
+    bool const rhombohedral = nearly_equal(a, b) && nearly_equal(b, c) &&
+                              nearly_equal(alpha, beta) && nearly_equal(beta, gamma);
+    if (rhombohedral) {
+      symbol += 'r';
+    } else if (!hexagonal) {
+      throw std::runtime_error("PdbFile::read(): Space group and unit cell inconsistent.");
+    }
+  }
+  if (!symbol.empty() && symbol.front() == 'H') symbol.front() = 'R';
+  return Cell(a, b, c, Angle(alpha * degrees_to_radians), Angle(beta * degrees_to_radians),
+              Angle(gamma * degrees_to_radians),
+              Spacegroup(symbol, -1, Spacegroup::unknown_system));
+}
+
+// The four numbers of a SCALEn or ORIGXn record: a matrix row and its translation.
+std::array<double, 4> read_matrix_row(std::string_view line) {
+  return {detail::leading_real(detail::column(line, 10, 10)),
+          detail::leading_real(detail::column(line, 20, 10)),
+          detail::leading_real(detail::column(line, 30, 10)),
+          detail::leading_real(detail::column(line, 45, 10))};
+}
+
+// The unordered pair of atoms a bond joins, as one number.
+std::uint64_t pair_key(BondData const& bond) {
+  auto const low = static_cast<std::uint32_t>(std::min(bond.atom1(), bond.atom2()));
+  auto const high = static_cast<std::uint32_t>(std::max(bond.atom1(), bond.atom2()));
+  return (std::uint64_t(low) << 32) | high;
+}
+
+// A set of pair keys by open addressing, on the stack for the few bonds of one residue
+// search. No key has every bit set (atom indexes are non-negative ints), which marks an
+// empty slot.
+class PairSet {
+ public:
+  explicit PairSet(std::size_t count)
+      : mask_(std::bit_ceil(std::max<std::size_t>(2 * count, 16)) - 1) {
+    if (mask_ < small_.size()) {
+      slots_ = small_.data();
+    } else {
+      large_.resize(mask_ + 1);
+      slots_ = large_.data();
+    }
+    std::fill_n(slots_, mask_ + 1, empty);
+  }
+  PairSet(PairSet const&) = delete;
+  PairSet& operator=(PairSet const&) = delete;
+
+  // False when the key was there already.
+  bool insert(std::uint64_t key) {
+    for (std::size_t s = hash(key) & mask_;; s = (s + 1) & mask_) {
+      if (slots_[s] == key) return false;
+      if (slots_[s] == empty) {
+        slots_[s] = key;
+        return true;
+      }
+    }
+  }
+
+ private:
+  static constexpr std::uint64_t empty = ~std::uint64_t(0);
+  static std::size_t hash(std::uint64_t key) {
+    return static_cast<std::size_t>((key * 0x9E3779B97F4A7C15ULL) >> 32);
+  }
+
+  std::size_t mask_;
+  std::array<std::uint64_t, 256> small_;
+  std::vector<std::uint64_t> large_;
+  std::uint64_t* slots_ = nullptr;
+};
+
+}  // namespace
+
+// Everything one read works with: the model being read (its atoms and bonds, the serial
+// index), the atoms of the residues over which the next bond search runs, and the scale
+// matrix.
+struct PdbFile::ReadState {
+  explicit ReadState(PdbFile& owner)
+      : file(owner),
+        detector(BondDetector::molecular, BondDetector::no_refinement,
+                 BondDistanceLimit(0.55, false)) {
+    start_model();
+  }
+
+  PdbFile& file;
+  BondDetector detector;
+  THandle<AtomList> atoms;
+  THandle<BondList> bonds;
+  // Serial number minus 1 -> index in `atoms`, -1 where none. Serials come from five
+  // columns, so the index never exceeds 99999 entries.
+  std::vector<int> serial_index;
+  // The atoms of the next bond search (spanning two consecutive residues) and the ATOM
+  // atoms of the residue being read, each with its index in `atoms`.
+  AtomList pair_atoms;
+  std::vector<int> pair_indexes;
+  AtomList residue_atoms;
+  std::vector<int> residue_indexes;
+  std::string residue_name;  // empty until the first residue ends
+  int residue_number = 0;    // 0: none current
+  std::array<double, 12> scale{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0};
+  THandle<Transformation> scale_transformation;
+  std::string label;  // reused for every atom
+
+  // A new model: no atoms, bonds, serials or residues yet. A model after ENDMDL is read as
+  // the first one is, with indexes of its own.
+  void start_model() {
+    atoms = make_handle<AtomList>();
+    bonds = make_handle<BondList>();
+    serial_index.clear();
+    pair_atoms.clear();
+    pair_indexes.clear();
+    residue_atoms.clear();
+    residue_indexes.clear();
+    residue_name.clear();
+    residue_number = 0;
+  }
+
+  void read_atom(std::string_view line, bool hetatm) {
+    detail::PdbAtomRecord const r = detail::parse_atom_record(line);
+    std::string const symbol = detail::pdb_element_symbol(r.element, r.name, hetatm);
+    Element const element = symbol.empty() ? Element() : Element(symbol);
+    label.assign(r.name);
+    label.append(r.alternate_location);
+    THandle<Atom> atom;
+    if (r.residue_name.empty()) {
+      atom = make_handle<FileOrderedAtom3d>(r.serial, element, label, THandle<Site>());
+    } else {
+      std::string residue_label(r.residue_name);
+      if (r.residue_number != 0) residue_label += int_to_string(r.residue_number);
+      atom = make_handle<FileOrderedProteinAtom>(r.serial, element, label, std::move(residue_label),
+                                                 THandle<Site>());
+    }
+    atom->set_formal_charge(r.charge);
+    Point const p(r.x, r.y, r.z);
+    atom->set_site(make_handle<Site>(p, p, r.occupancy));
+    track_residue(atom, r, hetatm);
+  }
+
+  void track_residue(THandle<Atom> const& atom, detail::PdbAtomRecord const& r, bool hetatm) {
+    int const index = static_cast<int>(atoms->size());
+    atoms->push_back(atom);
+    if (r.serial > 0) {
+      // A repeated serial names the later atom.
+      auto const serial = static_cast<std::size_t>(r.serial);
+      if (serial_index.size() < serial) serial_index.resize(serial, -1);
+      serial_index[serial - 1] = index;
+    }
+    if (!hetatm) {
+      residue_atoms.push_back(atom);
+      residue_indexes.push_back(index);
+    }
+    pair_atoms.push_back(atom);
+    pair_indexes.push_back(index);
+    if (r.residue_number != 0 && residue_number == 0) residue_number = r.residue_number;
+    bool const ends = (!residue_name.empty() && r.residue_name != residue_name) ||
+                      (residue_number != 0 && residue_number != r.residue_number);
+    if (!ends) return;
+    if (!residue_atoms.empty()) add_pair_bonds();
+    residue_name.assign(r.residue_name);
+    residue_number = r.residue_number;
+    // The residue's ATOM atoms (with the one that started the next residue) open the next
+    // search, so that bonds between the two residues are found.
+    std::swap(pair_atoms, residue_atoms);
+    std::swap(pair_indexes, residue_indexes);
+    residue_atoms.clear();
+    residue_indexes.clear();
+  }
+
+  // The bonds among the pair atoms, appended to the model's.
+  void add_pair_bonds() {
+    THandle<BondList> const found = detector.bonds(pair_atoms);
+    update_bond_indexes_(*found, pair_indexes);
+    std::size_t const previous = bonds->size();
+    bonds->insert(bonds->end(), found->begin(), found->end());
+    if (bonds->size() > previous) {
+      remove_duplicate_bonds_(*bonds, static_cast<long>(previous), -1);
+    }
+  }
+
+  void read_conect(std::string_view line) {
+    std::size_t const n = line.size();
+    if (n <= 10) return;
+    int const source = atom_of_serial(detail::leading_integer(line.substr(6, 5)));
+    if (source < 0) return;
+    for (std::size_t offset = 11; offset <= 26; offset += 5) {
+      if (n <= offset + 4) break;
+      int const partner = atom_of_serial(detail::leading_integer(line.substr(offset, 5)));
+      // An atom listed as its own partner is no bond.
+      if (partner >= 0 && partner != source) {
+        bonds->push_back(make_handle<BondData>(source, partner, unknown_bond));
+      }
+    }
+  }
+
+  // The index of the atom with the serial number, or -1.
+  int atom_of_serial(long serial) const {
+    if (serial < 1 || static_cast<std::size_t>(serial) > serial_index.size()) return -1;
+    return serial_index[static_cast<std::size_t>(serial - 1)];
+  }
+
+  void read_scale(std::string_view line, std::size_t row) {
+    std::array<double, 4> const values = read_matrix_row(line);
+    std::copy(values.begin(), values.end(), scale.begin() + static_cast<long>(4 * row));
+    if (row == 2) {
+      scale_transformation =
+          make_handle<Transformation>(scale[0], scale[1], scale[2], scale[3], scale[4], scale[5],
+                                      scale[6], scale[7], scale[8], scale[9], scale[10], scale[11]);
+    }
+  }
+
+  // Completes the model's bonds, places its atoms in the cell and appends its molecules.
+  void finish_model(bool end_of_data) {
+    if (end_of_data && bonds->empty()) {
+      // No bonds from residue searches or CONECT records (a file of HETATM records, say):
+      // one search over the whole model.
+      bonds = detector.bonds(*atoms);
+    }
+    if (residue_atoms.size() > 1) add_pair_bonds();
+    remove_duplicate_bonds_(*bonds, -1, -1);
+    add_fractional(*file.cell_, *atoms, scale_transformation);
+    THandle<MoleculeList> const molecules = create_molecules(*atoms, *bonds);
+    file.molecules_->insert(file.molecules_->end(), molecules->begin(), molecules->end());
+  }
+};
+
+void PdbFile::update_bond_indexes_(std::vector<THandle<BondData>>& bonds,
+                                   std::vector<int> const& map) {
+  auto const inside = [&map](int i) { return i >= 0 && static_cast<std::size_t>(i) < map.size(); };
+  for (THandle<BondData> const& bond : bonds) {
+    if (inside(bond->atom1()) && inside(bond->atom2())) {
+      bond->set_atoms(map[static_cast<std::size_t>(bond->atom1())],
+                      map[static_cast<std::size_t>(bond->atom2())]);
+    }
+  }
+}
+
+void PdbFile::remove_duplicate_bonds_(std::vector<THandle<BondData>>& bonds, long first,
+                                      long last) {
+  long const size = static_cast<long>(bonds.size());
+  if (!(0 < first && first < size)) first = 0;
+  if (!(0 < last && last < size && first < last)) last = size;
+  auto const begin = bonds.begin() + first;
+  auto const end = bonds.begin() + last;
+  PairSet seen(static_cast<std::size_t>(last - first));
+  auto kept = begin;  // [begin, kept) holds the bonds kept so far
+  for (auto it = begin; it != end; ++it) {
+    if (!seen.insert(pair_key(**it))) continue;
+    if (kept != it) *kept = std::move(*it);
+    ++kept;
+  }
+  bonds.erase(kept, end);
+}
+
+void PdbFile::read(std::istream& is) {
+  identifier_ = DatabaseEntryIdentifier("UNKNWN");
+  ReadState state(*this);
+  std::string line;
+  while (is.good()) {
+    kora::getline(is, line);
+    if (is.eof() && line.empty()) break;
+    std::string_view const text = line;
+    Record const record = record_of(text);
+    if (record == Record::end) break;
+    switch (record) {
+      case Record::atom:
+        state.read_atom(text, false);
+        break;
+      case Record::hetatm:
+        state.read_atom(text, true);
+        break;
+      case Record::conect:
+        state.read_conect(text);
+        break;
+      case Record::header:
+        // Only headers this system wrote name the entry: "HEADER    VRX ENTRY name".
+        if (detail::column(text, 10, 3) == "VRX") {
+          identifier_ = DatabaseEntryIdentifier(std::string(detail::column(text, 20, 8)));
+        }
+        break;
+      case Record::cryst1:
+        cell_ = make_handle<Cell>(read_cryst1(text));
+        break;
+      case Record::scale1:
+        state.read_scale(text, 0);
+        break;
+      case Record::scale2:
+        state.read_scale(text, 1);
+        break;
+      case Record::scale3:
+        state.read_scale(text, 2);
+        break;
+      case Record::endmdl:
+        state.finish_model(false);
+        state.start_model();
+        break;
+      case Record::origx:  // an origin matrix row: not used
+      case Record::end:
+      case Record::other:
+        break;
+    }
+  }
+  state.finish_model(true);
+  for (THandle<Molecule> const& molecule : *molecules_) {
+    PdbResidueBondTyper().apply(molecule->bonds_begin(), molecule->bonds_end());
+  }
+}
+
+}  // namespace kora

@@ -1,0 +1,167 @@
+#include "kora/pdb/pdb_residue_bond_typer.hpp"
+
+#include <array>
+
+#include "kora/kernel/regex.hpp"
+
+namespace kora {
+
+std::string PdbResidueBondTyper::convert_label(std::string const& label) const {
+  // A carbon, nitrogen or oxygen with a position letter, and with a branch digit when there
+  // is one; what follows (an alternate-location letter, say) is dropped.
+  static std::array<Regex, 3> const with_branch{
+      Regex("^C[ABDGHEZ][123]"), Regex("^N[ABDGHEZ][123]"), Regex("^O[ABDGHEZ][123]")};
+  static std::array<Regex, 3> const without_branch{Regex("^C[ABDGHEZ]"), Regex("^N[ABDGHEZ]"),
+                                                   Regex("^O[ABDGHEZ]")};
+  for (Regex const& r : with_branch) {
+    if (r.search(label)) return label.substr(0, 3);
+  }
+  for (Regex const& r : without_branch) {
+    if (r.search(label)) return label.substr(0, 2);
+  }
+  return label;
+}
+
+std::string const& PdbResidueBondTyper::converted_label_(std::string const& label) {
+  auto it = converted_.find(label);
+  if (it == converted_.end()) it = converted_.emplace(label, convert_label(label)).first;
+  return it->second;
+}
+
+void PdbResidueBondTyper::apply(PolymorphicIterator<THandle<Bond>> begin,
+                                PolymorphicIterator<THandle<Bond>> end) {
+  residue_kind_ = 0;
+  std::string key;
+  for (auto it = begin; it != end; ++it) {
+    THandle<Bond> const bond = *it;
+    THandle<Atom> const& atom1 = bond->atom1();
+    THandle<Atom> const& atom2 = bond->atom2();
+    // The protein views are only looked at here, so plain pointers spare the reference
+    // counts of handles.
+    auto const* protein1 = dynamic_cast<ProteinAtom const*>(atom1.get());
+    auto const* protein2 = dynamic_cast<ProteinAtom const*>(atom2.get());
+    if (!protein1 || !protein2) continue;
+    int const kind1 = protein1->residue_kind();
+    if (residue_kind_ == 0) residue_kind_ = kind1;
+    if (kind1 == residue_kind_) {
+      if (protein2->residue_kind() != residue_kind_) continue;
+    } else {
+      type_current_residue();
+      bonds_.clear();
+      atoms_.clear();
+      residue_kind_ = kind1;
+    }
+    std::string const& label1 = converted_label_(atom1->label());
+    std::string const& label2 = converted_label_(atom2->label());
+    bool const first_is_smaller = label1 < label2;
+    key = first_is_smaller ? label1 : label2;
+    key += '-';
+    key += first_is_smaller ? label2 : label1;
+    bonds_[key] = bond;
+    atoms_[label1] = atom1;
+    atoms_[label2] = atom2;
+  }
+  type_current_residue();
+}
+
+void PdbResidueBondTyper::set_bond_type(std::string const& key, BondType type) {
+  auto const it = bonds_.find(key);
+  if (it != bonds_.end()) it->second->set_type(type);
+}
+
+int PdbResidueBondTyper::connections_(std::string const& label) const {
+  auto const it = atoms_.find(label);
+  return it == atoms_.end() ? -1 : it->second->connection_count();
+}
+
+bool PdbResidueBondTyper::has_connections_(std::string const& label, int count) const {
+  return connections_(label) == count;
+}
+
+void PdbResidueBondTyper::type_current_residue() {
+  switch (residue_kind_) {
+    case 0:
+      return;
+    case asparagine:
+      type_asparagine();
+      break;
+    case aspartic_acid:
+      type_aspartic_acid();
+      break;
+    case glutamine:
+      type_glutamine();
+      break;
+    case glutamic_acid:
+      type_glutamic_acid();
+      break;
+    case histidine:
+      type_histidine();
+      break;
+    case phenylalanine:
+      type_phenylalanine();
+      break;
+    case tryptophan:
+      type_tryptophan();
+      break;
+    case tyrosine:
+      type_tyrosine();
+      break;
+    default:
+      break;
+  }
+  set_bond_type("C-O", double_bond);  // the backbone carbonyl
+}
+
+void PdbResidueBondTyper::type_asparagine() {
+  set_bond_type("CG-OD1", double_bond);
+}
+
+void PdbResidueBondTyper::type_glutamine() {
+  set_bond_type("CD-OE1", double_bond);
+}
+
+// The double bond goes to the first oxygen when the second carries a hydrogen (two
+// connections); when only the first does, none is set; otherwise it goes to the second.
+void PdbResidueBondTyper::type_carboxylate_(char const* oxygen1, char const* oxygen2,
+                                            char const* key1, char const* key2) {
+  if (has_connections_(oxygen2, 2)) {
+    set_bond_type(key1, double_bond);
+  } else if (!has_connections_(oxygen1, 2)) {
+    set_bond_type(key2, double_bond);
+  }
+}
+
+void PdbResidueBondTyper::type_aspartic_acid() {
+  type_carboxylate_("OD1", "OD2", "CG-OD1", "CG-OD2");
+}
+
+void PdbResidueBondTyper::type_glutamic_acid() {
+  type_carboxylate_("OE1", "OE2", "CD-OE1", "CD-OE2");
+}
+
+void PdbResidueBondTyper::type_histidine() {
+  set_bond_type("CD2-CG", double_bond);
+  int const nd1 = connections_("ND1");
+  int const ne2 = connections_("NE2");
+  // Both nitrogens mapped and bonded to more than one atom: the one without a hydrogen
+  // takes the double bond to CE1.
+  if (nd1 > 1 && ne2 > 1) set_bond_type(ne2 < 3 ? "CE1-NE2" : "CE1-ND1", double_bond);
+}
+
+void PdbResidueBondTyper::type_phenylalanine() {
+  for (char const* key : {"CD2-CG", "CD1-CE1", "CE2-CZ", "CD1-CG", "CE1-CZ", "CD2-CE2"})
+    set_bond_type(key, aromatic_bond);
+}
+
+void PdbResidueBondTyper::type_tyrosine() {
+  type_phenylalanine();
+}
+
+void PdbResidueBondTyper::type_tryptophan() {
+  set_bond_type("CD1-CG", double_bond);
+  for (char const* key : {"CD2-CE2", "CD2-CE3", "CE3-CZ3", "CE2-CZ2", "CH-CZ2", "CH-CZ3", "CH1-CZ2",
+                          "CH1-CZ3", "CH2-CZ2", "CH2-CZ3"})
+    set_bond_type(key, aromatic_bond);
+}
+
+}  // namespace kora

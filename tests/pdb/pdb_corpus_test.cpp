@@ -1,0 +1,123 @@
+// Real-world PDB files from the shared corpus ($KORA_CORPUS, else the build's default):
+// every file reads, with the atoms of its ATOM and HETATM records, and the index finds the
+// entries its HEADER lines open.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kora/framework/flat_file_database.hpp"
+#include "kora/pdb/pdb_database_reader.hpp"
+#include "kora/pdb/pdb_file.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace kora;
+
+using PdbDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, PdbDatabaseReader, PdbFile>;
+
+fs::path corpus() {
+  char const* env = std::getenv("KORA_CORPUS");
+  return env ? fs::path(env) : fs::path(KORA_DEFAULT_CORPUS_DIR);
+}
+
+std::vector<fs::path> pdb_files() {
+  std::vector<fs::path> files;
+  std::error_code ec;
+  for (auto const& item : fs::directory_iterator(corpus() / "pdb", ec)) {
+    if (item.is_regular_file()) files.push_back(item.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// The ATOM and HETATM records before the first END record, counted with a plain line scan
+// (the corpus has LF and CR LF line ends): the record name ends at the first blank or tab.
+int atom_records(fs::path const& path) {
+  std::ifstream in(path, std::ios::binary);
+  int count = 0;
+  for (std::string line; std::getline(in, line);) {
+    std::string const name = line.substr(0, line.find_first_of(" \t\r"));
+    if (name == "END") break;
+    count += name == "ATOM" || name == "HETATM";
+  }
+  return count;
+}
+
+int atoms_of(PdbFile const& file) {
+  int n = 0;
+  for (THandle<Molecule> const& m : *file.molecules())
+    n += m->natoms();
+  return n;
+}
+
+TEST(PdbCorpus, EveryFileReadsWithTheAtomsOfItsRecords) {
+  std::vector<fs::path> const files = pdb_files();
+  if (files.empty()) GTEST_SKIP() << "no corpus at " << corpus();
+  for (fs::path const& path : files) {
+    SCOPED_TRACE(path.filename().string());
+    PdbFile file;
+    ASSERT_NO_THROW(file.read(path.string()));
+    EXPECT_EQ(atoms_of(file), atom_records(path));
+  }
+}
+
+TEST(PdbCorpus, IndexFindsTheEntriesOfHeaderLines) {
+  if (pdb_files().empty()) GTEST_SKIP() << "no corpus at " << corpus();
+  // Files with a HEADER line hold one entry named by its identifier code; the others
+  // (no HEADER) none.
+  std::map<std::string, std::string> const entries{
+      {"biopython_2XHE.pdb", "2XHE"}, {"biopython_7DDO.pdb", "7DDO"},
+      {"chemfiles_4hhb.pdb", "4HHB"}, {"gemmi_1orc.pdb", "1ORC"},
+      {"gemmi_4oz7.pdb", "4OZ7"},     {"gemmi_5cvz_final.pdb", "XXXX"},
+      {"gemmi_pdb1gdr.ent", "1GDR"},  {"mdanalysis_nmr_neopetrosiamide.pdb", "2JUY"},
+      {"openbabel_1DRF.pdb", "1DRF"}, {"pymol_1hpv.pdb", "1HPV"},
+      {"rdkit_1CRN.pdb", "1CRN"},     {"rdkit_4BNA.pdb", "4BNA"},
+      {"rdkit_4TNA.pdb", "4TNA"}};
+  for (fs::path const& path : pdb_files()) {
+    std::string const name = path.filename().string();
+    SCOPED_TRACE(name);
+    PdbDatabase const db(path.string());
+    auto const it = entries.find(name);
+    if (it == entries.end()) {
+      EXPECT_EQ(db.size(), 0);
+      continue;
+    }
+    ASSERT_EQ(db.size(), 1);
+    EXPECT_EQ(db.identifier(0).str(), it->second);
+    THandle<CrystalMaker> const maker = db.entry(0)->crystal_maker();
+    int atoms = 0;
+    for (int i = 0; i < maker->nmolecules(); ++i)
+      atoms += maker->molecule(i)->natoms();
+    EXPECT_EQ(atoms, atom_records(path));
+  }
+}
+
+TEST(PdbCorpus, CrambinGetsAboutOneBondPerAtomAndItsRings) {
+  fs::path const path = corpus() / "pdb" / "rdkit_1CRN.pdb";
+  if (!fs::exists(path)) GTEST_SKIP() << "no " << path;
+  PdbFile const file(path.string());
+  ASSERT_EQ(file.molecules()->size(), 1u);  // one chain; CONECT records add the disulfides
+  Molecule const& m = *file.molecules()->front();
+  double const ratio = double(m.nbonds()) / m.natoms();  // no hydrogens in this file
+  EXPECT_GT(ratio, 1.0);
+  EXPECT_LT(ratio, 1.1);
+  int orders[10] = {};
+  for (THandle<Bond> const& b : m.bonds())
+    ++orders[b->type()];
+  EXPECT_EQ(orders[aromatic_bond], 18);  // PHE 13, TYR 29, TYR 44
+  EXPECT_GE(orders[double_bond], 46);    // a carbonyl per residue, and side-chain ones
+  EXPECT_EQ(file.cell()->spacegroup().symbol(), "P21");
+  EXPECT_EQ(
+      PdbFile((corpus() / "pdb" / "openbabel_1DRF.pdb").string()).cell()->spacegroup().symbol(),
+      "R3");  // "H 3"
+}
+
+}  // namespace

@@ -1,0 +1,366 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "kora/kernel/string_functions.hpp"
+#include "kora/shelx/res_database_reader.hpp"
+#include "kora/shelx/res_file.hpp"
+#include "kora/shelx/res_file_format.hpp"
+
+namespace {
+
+using namespace kora;
+
+ResFile read(std::string const& text) {
+  std::istringstream in(text);
+  ResFile file;
+  file.read(in);
+  return file;
+}
+
+std::string error_of(std::string const& text) {
+  try {
+    read(text);
+  } catch (std::runtime_error const& e) {
+    return e.what();
+  }
+  return "no error";
+}
+
+// All atoms of all molecules, in order.
+std::vector<THandle<Atom>> atoms_of(ResFile const& file) {
+  std::vector<THandle<Atom>> atoms;
+  for (THandle<Molecule> const& m : *file.molecules())
+    for (THandle<Atom> const& a : m->atoms())
+      atoms.push_back(a);
+  return atoms;
+}
+
+THandle<Atom> atom_named(ResFile const& file, std::string const& name) {
+  for (THandle<Atom> const& a : atoms_of(file))
+    if (a->label() == name) return a;
+  return {};
+}
+
+constexpr char const* header = "TITL test\nCELL 0.71073 10 11 12 90 90 90\n";
+
+TEST(ResFile, LineRulesAndKeywords) {
+  ResFile const file = read(
+      "TITL my title\n"
+      "CELL 0.71073 10.123(4) 11 12 90 100.5(2) 90\n"
+      "ZERR 4 0.0025 0.0195 0.001 0 0.03 0\n"
+      "rem a remark\n"
+      "LATT -1\n"
+      "sfac c cl\n"
+      "FVAR 1.0 0.7\n"
+      "C1 1 0.1 0.2 0.3 ! a comment: five fields\n"
+      "CL1 2 0.2 0.2 0.3 11 0.04\n"
+      "XYZW 0 0.1 0.2 0.3\n"
+      "AFIX 43 1 0.1 0.2 0.3\n"
+      "Q12 0 0.5 0.6 0.7\n"
+      "C1A 0 0.6 0.6 0.7\n"
+      "ENDX\n"
+      "C9 1 0.9 0.9 0.9\n");
+  EXPECT_TRUE(file.identifier().empty());  // the title is not stored
+  auto const atoms = atoms_of(file);
+  ASSERT_EQ(atoms.size(), 4u);
+  EXPECT_EQ(atom_named(file, "C1")->element().symbol(), "C");
+  EXPECT_EQ(atom_named(file, "CL1")->element().symbol(), "Cl");
+  EXPECT_EQ(atom_named(file, "Q12")->element().symbol(), "C");
+  EXPECT_EQ(atom_named(file, "C1A")->element().symbol(), "C");
+  Cell const cell = *file.cell();
+  EXPECT_EQ(cell.lengths()[0].value(), 10.123);
+  EXPECT_EQ(cell.lengths()[0].uncertainty().to_string(), "0.003");  // ZERR 0.0025, rounded
+  EXPECT_EQ(cell.lengths()[1].uncertainty().to_string(), "0.02");   // 0.0195 -> 0.020 -> 0.02
+  EXPECT_TRUE(cell.angles()[0].uncertainty().is_zero());
+  EXPECT_EQ(cell.angles()[1].uncertainty().to_string(), "0.03");
+  EXPECT_EQ(cell.spacegroup().order(), 1);  // LATT -1 and no SYMM: P1
+}
+
+TEST(ResFile, ErrorMessages) {
+  EXPECT_EQ(error_of(std::string(header) + "CELL 0.71 1 1 1 90 90 90\n"),
+            "ResFile::read(): CELL keyword occurred more than once.");
+  EXPECT_EQ(error_of(std::string(header) + "LATT 1\nLATT -1\n"),
+            "ResFile::read(): LATT keyword occurred more than once.");
+  EXPECT_EQ(error_of("C1 1 0.1 0.2 0.3\n"),
+            "ResFile::read(): Atom line found before CELL keyword.");
+  EXPECT_EQ(error_of(std::string(header) + "SFAC C\nC1 1 0.1 0.2 0.3 11 0.05 ="),
+            "ResFile::read(): Continuation line missing.");
+  EXPECT_EQ(error_of(std::string(header) + "SFAC C\nFVAR 1 0.5\nC1 1 0.1 0.2 0.3 31 0.05\n"),
+            "ResFile::read(): free variable not found.");
+  EXPECT_EQ(error_of("SFAC C\n"), "ResFile::read(): No unit cell found.");
+  EXPECT_EQ(error_of("TITL x\nCELL 0.71 10 11 12 90 90\nSFAC C\nC1 1 0.1 0.2 0.3\n"),
+            "ResFile::read(): No unit cell found.");  // a CELL line one value short
+  EXPECT_EQ(error_of(""), "ResFile::read(): No unit cell found.");
+  // LATT 0 and LATT 9 are ignored, so a later accepted LATT is no error.
+  EXPECT_EQ(error_of(std::string(header) + "LATT 0\nLATT 9\nLATT 2\n"), "no error");
+}
+
+TEST(ResFile, FreeVariables) {
+  std::vector<double> const fv{1.0, 0.7};
+  std::pair<double, double> const cases[] = {{11.0, 1.0},  {10.5, 0.5},    {21.0, 0.7},
+                                             {-21.0, 0.3}, {-12.0, -12.0}, {0.3, 0.3},
+                                             {-5.0, -5.0}, {15.0, -3.5}};  // rint(1.5) is 2
+  for (auto [x, expected] : cases) {
+    double v = x;
+    resolve_free_variable(v, fv);
+    EXPECT_NEAR(v, expected, 1e-12) << x;
+  }
+  double v = 31.0;
+  EXPECT_THROW(resolve_free_variable(v, fv), std::runtime_error);
+}
+
+TEST(ResFile, OccupanciesRidingHydrogensAndContinuations) {
+  ResFile const file = read(std::string(header) +
+                            "LATT -1\nSFAC C H\nFVAR 1.0 0.6\n"
+                            "C1 1 0.5 0.5 0.5 10.5 0.04\n"  // on nothing special in P1
+                            "H1 2 0.1 0.2 0.3 21.0 -1.2\n"  // riding on C1, occupancy fv 2
+                            "C2 1 0.3 0.3 0.3 11.0 0.02 0.03 =\n"
+                            "   0.04 0.001 0.002 0.003\n"
+                            "H2 2 0.35 0.3 0.3 11.0 -1.5\n");
+  auto const c1 = atom_named(file, "C1");
+  auto const h1 = atom_named(file, "H1");
+  auto const c2 = atom_named(file, "C2");
+  auto const h2 = atom_named(file, "H2");
+  ASSERT_TRUE(c1 && h1 && c2 && h2);
+  EXPECT_DOUBLE_EQ(c1->site()->occupancy().value(), 0.5);
+  EXPECT_NEAR(h1->site()->atomic_displacement_parameters()->u_iso().value(), 0.048, 1e-12);
+  EXPECT_NEAR(h1->site()->occupancy().value(), 0.6, 1e-12);
+  auto const u = c2->site()->atomic_displacement_parameters();
+  EXPECT_EQ(u->type(), AtomicDisplacementParameters::anisotropic);
+  EXPECT_DOUBLE_EQ(u->u(2, 2), 0.04);
+  EXPECT_DOUBLE_EQ(u->u(1, 2), 0.001);  // file order U23 U13 U12
+  EXPECT_DOUBLE_EQ(u->u(0, 1), 0.003);
+  EXPECT_NEAR(h2->site()->atomic_displacement_parameters()->u_iso().value(), 1.5 * 0.03, 1e-12);
+  EXPECT_NEAR(atom_named(read(std::string(header) + "SFAC H\nH1 1 0.1 0.2 0.3 11 -1.2\n"), "H1")
+                  ->site()
+                  ->atomic_displacement_parameters()
+                  ->u_iso()
+                  .value(),
+              0.05, 1e-12);  // nothing to ride on yet
+}
+
+TEST(ResFile, CentringAndInversionForEveryLattice) {
+  // Lattice number: the order of the group from x,y,z alone.
+  std::pair<int, int> const orders[] = {{1, 2},  {-1, 1}, {2, 4},  {-2, 2}, {3, 6},
+                                        {-3, 3}, {4, 8},  {-4, 4}, {5, 4},  {-5, 2},
+                                        {6, 4},  {-6, 2}, {7, 4},  {-7, 2}};
+  for (auto [lattice, order] : orders) {
+    ResFile const file =
+        read(std::string(header) + "LATT " + std::to_string(lattice) + "\nSYMM X,Y,Z\n");
+    Spacegroup const g = file.cell()->spacegroup();
+    EXPECT_EQ(g.order(), order) << lattice;
+    EXPECT_EQ(g.inversion_at_origin(), lattice > 0) << lattice;
+  }
+  ResFile const p21c =
+      read(std::string(header) + "LATT 1\nSYMM -X, 1/2+Y, 1/2-Z\nSYMM -X, 1/2+Y, 1/2-Z\n");
+  EXPECT_EQ(p21c.cell()->spacegroup().number(), 14);
+  EXPECT_EQ(p21c.cell()->spacegroup().order(), 4);
+  // The inversion keeps each operator's translation: -X,1/2+Y,1/2-Z gives X,1/2-Y,1/2+Z.
+  ResFile const c2c = read(std::string(header) + "LATT 7\nSYMM -X,Y,1/2-Z\n");
+  EXPECT_EQ(c2c.cell()->spacegroup().symbol(), "C2/c");
+}
+
+TEST(ResFile, SiteOrderAndCompleteMolecules) {
+  // Half of an ethane-like C2 unit around the inversion centre at the origin of P-1.
+  ResFile const file = read(
+      "CELL 0.71073 5 6 7 90 90 90\nLATT 1\nSFAC C O\n"
+      "C1 1 0.15 0.0 0.0 11 0.03\n"
+      "O1 2 0.5 0.5 0.5 10.5 0.03\n"  // on an inversion centre: 0.5 x 2 = 1
+      "O2 2 0.0 0.5 0.0 11 0.03\n");  // also special: 1 x 2 is cut to 1
+  EXPECT_DOUBLE_EQ(atom_named(file, "O1")->site()->occupancy().value(), 1.0);
+  EXPECT_DOUBLE_EQ(atom_named(file, "O2")->site()->occupancy().value(), 1.0);
+  ASSERT_EQ(file.molecules()->size(), 3u);
+  THandle<Molecule> const c2 = (*file.molecules())[0];
+  EXPECT_EQ(c2->natoms(), 2);  // C1 and its inverse image, 1.5 A apart
+  EXPECT_EQ(c2->nbonds(), 1);
+  EXPECT_EQ(file.molecule()->natoms(), 4);
+}
+
+TEST(ResFile, WriteThenReadGivesTheSameStructure) {
+  ResFile const original = read(
+      "TITL round trip\nCELL 0.71073 7.5(2) 8.25 9.125 90 101.5(3) 90\nZERR 4 0.002 0.001 0.001 "
+      "0 0.03 0\nLATT 1\nSYMM -X,1/2+Y,1/2-Z\nSFAC C O H\n"
+      "C1 1 0.1 0.2 0.3 11 0.02 0.03 0.04 0.001 0.002 0.003\n"
+      "O1 2 0.25 0.2 0.3 11 0.03\n"
+      "H1 3 0.05 0.25 0.3 11 -1.2\n"
+      "O2 2 0 0 0.5 10.5 0.035\n");
+  ResFile named = original;
+  named.set_identifier(DatabaseEntryIdentifier("ROUND1"));
+  std::ostringstream out;
+  named.print(out);
+  std::string const text = out.str();
+  EXPECT_NE(text.find("TITL ROUND1\nCELL 0.71073 7.5 8.25 9.125 90 101.5 90\nZERR 4 0.002 0.001"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("\nLATT 1\nSYMM -x,y+1/2,-z+1/2\nSFAC C H O\nUNIT 4 4 6\n"),
+            std::string::npos)
+      << text;
+  ResFile const again = read(text);
+  EXPECT_EQ(*again.cell(), *original.cell());
+  EXPECT_EQ(again.cell()->lengths()[0].uncertainty(), original.cell()->lengths()[0].uncertainty());
+  auto const a = atoms_of(original);
+  auto const b = atoms_of(again);
+  ASSERT_EQ(a.size(), b.size()) << text;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    Site const& x = *a[i]->site();
+    Site const& y = *b[i]->site();
+    EXPECT_EQ(a[i]->label(), b[i]->label());
+    EXPECT_EQ(a[i]->element(), b[i]->element());
+    for (std::size_t k = 0; k < 3; ++k)
+      EXPECT_NEAR(x.fractional()[k], y.fractional()[k], 1e-6);
+    EXPECT_NEAR(x.occupancy().value(), y.occupancy().value(), 1e-5);
+    auto const& ux = *x.atomic_displacement_parameters();
+    auto const& uy = *y.atomic_displacement_parameters();
+    EXPECT_EQ(ux.type(), uy.type());
+    for (int r = 0; r < 3; ++r)
+      for (int c = 0; c < 3; ++c)
+        EXPECT_NEAR(ux.u(r, c), uy.u(r, c), 1e-5) << a[i]->label();
+  }
+}
+
+TEST(ResFile, ModelConversions) {
+  ResFile file;
+  EXPECT_EQ(file.molecule()->natoms(), 0);
+  ResFile const source = read(std::string(header) + "SFAC C\nC1 1 0.1 0.1 0.1\nC2 1 0.5 0.5 0.5\n");
+  THandle<CrystalMaker> const maker = source.crystal_maker();
+  file.add(*maker, DatabaseEntryIdentifier("A"));
+  file.add(*maker, DatabaseEntryIdentifier("B"));
+  EXPECT_EQ(file.molecules()->size(), 4u);  // equal cells accumulate
+  CrystalMaker const other(Cell(),
+                           maker->molecule(0) ? make_handle<MoleculeList>(1, maker->molecule(0))
+                                              : THandle<MoleculeList>(),
+                           {}, {});
+  file.add(other, DatabaseEntryIdentifier("C"));
+  EXPECT_EQ(file.molecules()->size(), 1u);  // another cell starts afresh
+  file.add(*source.molecule(), DatabaseEntryIdentifier("D"));
+  EXPECT_EQ(file.database_entry()->identifier().str(), "D");
+  EXPECT_EQ(file.crystal()->nmolecules(), 2);
+}
+
+class ResIndexTest : public ::testing::Test {
+ protected:
+  std::string write(std::string const& text, std::string const& extension = ".res") {
+    path_ = ::testing::TempDir() + "kora_res_" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name() + extension;
+    std::ofstream(path_, std::ios::binary) << text;
+    return path_;
+  }
+  std::string identifier_of(std::string const& text) {
+    std::vector<DatabaseEntryIdentifier> ids;
+    std::vector<std::streampos> positions;
+    ResDatabaseReader(write(text)).parse(ids, positions);
+    EXPECT_EQ(positions, std::vector<std::streampos>{std::streampos(0)});
+    return ids.at(0).str();
+  }
+  void TearDown() override { std::remove(path_.c_str()); }
+  std::string path_;
+};
+
+TEST_F(ResIndexTest, OneEntryNamedByItsFirstTitle) {
+  EXPECT_EQ(identifier_of("TITL ABCDEF in P2(1)/c\nCELL 1 2 3 4 5 6 7\nTITL second\n"),
+            "ABCDEF in P2(1)/c");
+  EXPECT_EQ(identifier_of("titl abc\n"), "ENTRY0");
+  EXPECT_EQ(identifier_of(""), "ENTRY0");
+  EXPECT_EQ(identifier_of("TITL " + std::string(300, 'x') + "\n"), "ENTRY0");
+
+  ResFileFormat const format;
+  std::string const path = write(std::string(header) + "SFAC C\nC1 1 0.1 0.2 0.3\n");
+  EXPECT_TRUE(format.make_database({path, "res"}));
+  EXPECT_FALSE(format.make_database({path, "RES"}));
+  EXPECT_FALSE(format.make_database({path, ".res"}));
+  EXPECT_FALSE(format.make_molecule_file({path + "x", "res"}));
+  auto const db = format.make_database({path, "res"});
+  ASSERT_EQ(db->size(), 1);
+  EXPECT_EQ(db->entry(0)->identifier().str(), "test");
+  EXPECT_EQ(db->entry(0)->crystal_maker()->molecule(0)->natoms(), 1);
+}
+
+std::filesystem::path corpus() {
+  char const* env = std::getenv("KORA_CORPUS");
+  return env ? std::filesystem::path(env) : std::filesystem::path(KORA_DEFAULT_CORPUS_DIR);
+}
+
+// Atom lines of a RES file counted independently: lines after CELL (up to END) whose second
+// field is an SFAC number, that are not instructions.
+int atom_lines(std::filesystem::path const& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::string line;
+  int count = 0;
+  bool in_continuation = false;
+  while (std::getline(in, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (in_continuation) {
+      in_continuation = false;
+      continue;
+    }
+    std::string upper = kora::toupper(line.substr(0, line.find('!')));
+    if (upper.rfind("END", 0) == 0) break;
+    std::istringstream fields(upper);
+    std::string name, number, x, y, z;
+    if (!(fields >> name >> number >> x >> y >> z)) continue;
+    if (name.size() < 1 || !std::isalpha(static_cast<unsigned char>(name[0]))) continue;
+    static char const* const skip[] = {
+        "REM",  "AFIX", "HFIX", "PART", "FVAR", "SFAC", "UNIT", "CELL", "ZERR", "LATT", "SYMM",
+        "DFIX", "SADI", "DANG", "FLAT", "SIMU", "DELU", "RIGU", "ISOR", "EADP", "EXYZ", "SAME",
+        "CONN", "HTAB", "WGHT", "L.S.", "PLAN", "LIST", "FMAP", "ACTA", "TEMP", "OMIT", "SHEL",
+        "SIZE", "MPLA", "CONF", "BOND", "TWIN", "BASF", "HKLF", "RESI", "MOVE", "EQIV", "TITL",
+        "SUMP", "FREE", "BUMP", "CHIV", "EXTI", "MERG", "GRID", "MORE", "STIR", "SPEC", "ANIS",
+        "BLOC", "DAMP", "DEFS", "SWAT", "TREF", "TIME", "LAUE", "DISP", "NCSY"};
+    bool instruction = false;
+    for (char const* k : skip)
+      instruction = instruction || name.rfind(k, 0) == 0;
+    if (instruction || number.find('.') != std::string::npos) continue;
+    char* end = nullptr;
+    std::strtol(number.c_str(), &end, 10);
+    if (*end != '\0' || std::strtod(x.c_str(), &end) == HUGE_VAL) continue;
+    ++count;
+    std::string last;
+    std::istringstream all(upper);
+    for (std::string f; all >> f;)
+      last = f;
+    in_continuation = !last.empty() && last.back() == '=';
+  }
+  return count;
+}
+
+TEST(ResCorpus, EveryFileReadsWithItsAtomsAndSpaceGroup) {
+  std::filesystem::path const dir = corpus() / "res";
+  if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
+  int files = 0;
+  std::string symbols;
+  for (auto const& item : std::filesystem::directory_iterator(dir)) {
+    ++files;
+    std::string const path = item.path().string();
+    if (std::filesystem::file_size(item.path()) == 0) {
+      // An empty file has no cell at all.
+      EXPECT_THROW(ResFile{path}, std::runtime_error);
+      continue;
+    }
+    ResFile file;
+    ASSERT_NO_THROW(file = ResFile(path)) << path;
+    THandle<Cell> const cell = file.cell();
+    Spacegroup const& group = cell->spacegroup();
+    EXPECT_GT(group.number(), 0) << path;
+    symbols += item.path().filename().string() + " " + group.symbol() + "; ";
+    EXPECT_EQ(int(file.asymmetric_unit()->size()), atom_lines(item.path())) << path;
+    // Completing molecules adds images: every atom read is in a molecule, as itself or as
+    // an image that keeps its file order.
+    std::set<int> in_molecules;
+    for (THandle<Atom> const& a : atoms_of(file)) {
+      in_molecules.insert(handle_dynamic_cast<FileOrderedAtom3d>(a)->file_order());
+    }
+    EXPECT_LE(in_molecules.size(), file.asymmetric_unit()->size()) << path;
+  }
+  RecordProperty("spacegroups", symbols);
+  EXPECT_GT(files, 30);
+}
+
+}  // namespace

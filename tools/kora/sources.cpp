@@ -1,0 +1,135 @@
+#include "sources.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
+#include "kora/framework/flat_file_database.hpp"
+#include "kora/mdl/mol_file.hpp"
+#include "kora/mdl/mol_file_file_format.hpp"
+#include "kora/mol2/mol2_file.hpp"
+#include "kora/pdb/pdb_file.hpp"
+#include "kora/shelx/res_file.hpp"
+
+namespace kora::cli {
+
+namespace {
+
+std::string lower(std::string s) {
+  std::transform(s.begin(), s.end(), s.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return s;
+}
+
+// The registry's descriptor of a canonical format.
+THandle<FileFormat> descriptor(std::string const& format) {
+  for (THandle<FileFormat> const& f : file_formats()) {
+    if (canonical_format(*f) == format) return f;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string canonical_format(std::string const& name) {
+  std::string const n = lower(name);
+  if (n == "mol2") return "mol2";
+  if (n == "sdf" || n == "mol" || n == "sd" || n == "mdl") return "sdf";
+  if (n == "pdb" || n == "ent") return "pdb";
+  if (n == "res" || n == "ins") return "res";
+  return "";
+}
+
+std::string extension_of(std::string const& file_name) {
+  std::string const ext = std::filesystem::path(file_name).extension().string();
+  return ext.empty() ? ext : ext.substr(1);
+}
+
+std::string format_of_extension(std::string const& file_name) {
+  return canonical_format(extension_of(file_name));
+}
+
+std::string canonical_format(FileFormat const& format) {
+  std::string const name = format.name();
+  if (name == "Mol2 file") return "mol2";
+  if (name == "MOL file") return "sdf";
+  if (name == "PDB file") return "pdb";
+  if (name == "SHELX file") return "res";
+  return "";
+}
+
+std::unique_ptr<MoleculeFile> make_file_object(std::string const& format) {
+  if (format == "mol2") return std::make_unique<Mol2File>();
+  if (format == "sdf") return std::make_unique<MolFile>();
+  if (format == "pdb") return std::make_unique<PdbFile>();
+  if (format == "res") return std::make_unique<ResFile>();
+  throw Failure("unknown format '" + format + "'");
+}
+
+Source::Source(std::string const& file_name, std::string const& from, bool short_ids)
+    : file_name_(file_name) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(file_name, ec)) {
+    throw Failure(file_name + ": no such file");
+  }
+  FileFormat::OpenParameters parameters{file_name, extension_of(file_name)};
+  THandle<FileFormat> format;
+  if (!from.empty()) {
+    format_ = canonical_format(from);
+    if (format_.empty()) throw Failure("unknown format '" + from + "'");
+    format = descriptor(format_);
+    if (format_ == "res") parameters.extension = "res";  // SHELX files are taken by name
+  } else {
+    format = find_file_format(parameters);
+    if (!format) throw Failure(file_name + ": unknown format");
+    format_ = canonical_format(*format);
+  }
+  if (format_ == "sdf") {
+    format = THandle<FileFormat>(make_handle<MolFileFileFormat>(
+        short_ids ? FileFormat::normalised_identifiers : FileFormat::verbatim_identifiers));
+  }
+  try {
+    database_ = format->make_database(parameters);
+  } catch (std::exception const& e) {
+    throw Failure(file_name + ": " + e.what());
+  }
+  if (!database_) throw Failure(file_name + ": not a " + format->name());
+  if (database_->size() > 0) return;
+  // The index found no entry: read the file as one structure.
+  std::unique_ptr<MoleculeFile> file = make_file_object(format_);
+  try {
+    file->read(file_name);
+    whole_file_ = file->database_entry();
+  } catch (std::exception const& e) {
+    throw Failure(file_name + ": " + e.what());
+  }
+}
+
+int Source::size() const {
+  return whole_file_ ? 1 : database_->size();
+}
+
+DatabaseEntryIdentifier Source::identifier(int i) const {
+  return whole_file_ ? whole_file_->identifier() : database_->identifier(i);
+}
+
+long long Source::offset(int i) const {
+  if (whole_file_) return 0;
+  auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(database_);
+  return index ? static_cast<long long>(index->position(i)) : -1;
+}
+
+THandle<CrystalStructureDatabaseEntry> Source::entry(int i) const {
+  if (!whole_file_) return database_->entry(i);
+  if (i != 0) throw Failure(file_name_ + ": no entry " + std::to_string(i));
+  return whole_file_;
+}
+
+int Source::find(std::string const& identifier) const {
+  for (int i = 0; i < size(); ++i) {
+    if (this->identifier(i).str() == identifier) return i;
+  }
+  return -1;
+}
+
+}  // namespace kora::cli

@@ -1,0 +1,56 @@
+#pragma once
+
+// Opening input files as lists of entries, and making the file objects that write them.
+
+#include <memory>
+#include <string>
+
+#include "kora/formats.hpp"
+
+namespace kora::cli {
+
+// A failure to report to the user (exit status 1).
+struct Failure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// The formats the tool names: "mol2", "sdf", "pdb", "res".
+// Maps a user's name or alias (mol2; sdf, mol, sd, mdl; pdb, ent; res) to it; "" when
+// there is none.
+std::string canonical_format(std::string const& name);
+// The format a file name's extension suggests ("" when none does).
+std::string format_of_extension(std::string const& file_name);
+// The extension of a file name without its dot.
+std::string extension_of(std::string const& file_name);
+// The canonical format of a descriptor.
+std::string canonical_format(FileFormat const& format);
+
+// A new, empty file object of a format, for reading one structure or writing.
+std::unique_ptr<MoleculeFile> make_file_object(std::string const& format);
+
+// The entries of one input file: its database, or, when the format takes the file but its
+// index finds no entry, the whole file read as one entry through the file object.
+class Source {
+ public:
+  // `from` forces a format (canonical name or alias; "" to identify the file). SD files
+  // keep their record names verbatim unless `short_ids`.
+  Source(std::string const& file_name, std::string const& from, bool short_ids);
+
+  std::string const& file_name() const { return file_name_; }
+  std::string const& format() const { return format_; }
+  int size() const;
+  DatabaseEntryIdentifier identifier(int i) const;
+  // Byte offset where entry i starts.
+  long long offset(int i) const;
+  THandle<CrystalStructureDatabaseEntry> entry(int i) const;
+  // The index of the entry with this identifier; -1 when there is none.
+  int find(std::string const& identifier) const;
+
+ private:
+  std::string file_name_;
+  std::string format_;
+  THandle<Database<CrystalStructureDatabaseEntry>> database_;
+  THandle<CrystalStructureDatabaseEntry> whole_file_;  // when the index found nothing
+};
+
+}  // namespace kora::cli

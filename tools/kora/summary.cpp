@@ -1,0 +1,139 @@
+#include "summary.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <sstream>
+
+#include "kora/mdl/sdfile_database_entry.hpp"
+
+namespace kora::cli {
+
+namespace {
+
+// Hill order: carbon, then hydrogen, then the other symbols alphabetically; without carbon,
+// every symbol alphabetically. Atoms without an element count as "?" at the end.
+std::string hill_formula(std::map<std::string, int> const& counts, int unknown) {
+  std::string formula;
+  auto const put = [&](std::string const& symbol, int n) {
+    formula += symbol;
+    if (n > 1) formula += std::to_string(n);
+  };
+  bool const carbon = counts.count("C") != 0;
+  if (carbon) {
+    put("C", counts.at("C"));
+    if (counts.count("H")) put("H", counts.at("H"));
+  }
+  for (auto const& [symbol, n] : counts) {
+    if (carbon && (symbol == "C" || symbol == "H")) continue;
+    put(symbol, n);
+  }
+  if (unknown > 0) put("?", unknown);
+  return formula;
+}
+
+// The name of an SD data item from its header line: the text between "<" and ">", or the
+// header without its leading ">".
+std::string item_name(std::string const& key) {
+  std::size_t const open = key.find('<');
+  std::size_t const close = key.find('>', open == std::string::npos ? 0 : open);
+  if (open != std::string::npos && close != std::string::npos && close > open) {
+    return key.substr(open + 1, close - open - 1);
+  }
+  std::size_t const start = key.find_first_not_of("> \t");
+  return start == std::string::npos ? std::string() : key.substr(start);
+}
+
+}  // namespace
+
+Summary summarise(int index, CrystalStructureDatabaseEntry const& entry) {
+  Summary s;
+  s.index = index;
+  s.identifier = entry.identifier().str();
+  THandle<CrystalMaker> const maker = entry.crystal_maker();
+  std::map<std::string, int> counts;
+  int unknown = 0;
+  if (maker) {
+    s.molecules = maker->nmolecules();
+    for (int m = 0; m < maker->nmolecules(); ++m) {
+      THandle<Molecule> const molecule = maker->molecule(m);
+      s.atoms += molecule->natoms();
+      s.bonds += molecule->nbonds();
+      s.charge += molecule->formal_charge();
+      for (THandle<Atom> const& atom : molecule->atoms()) {
+        Element const e = atom->element();
+        if (e.is_set()) {
+          ++counts[e.symbol()];
+        } else {
+          ++unknown;
+        }
+      }
+    }
+    Cell const& cell = maker->cell();
+    double const values[6] = {cell.a(),
+                              cell.b(),
+                              cell.c(),
+                              cell.alpha().degrees(),
+                              cell.beta().degrees(),
+                              cell.gamma().degrees()};
+    std::copy(values, values + 6, s.cell);
+    s.spacegroup = cell.spacegroup().symbol();
+    s.spacegroup_number = cell.spacegroup().number();
+  }
+  s.formula = hill_formula(counts, unknown);
+  if (auto const* sd = dynamic_cast<SDfileDatabaseEntry const*>(&entry)) {
+    s.has_data = true;
+    if (sd->tags()) {
+      for (auto const& [key, values] : sd->tags()->items()) {
+        s.data.emplace_back(item_name(key), values ? *values : std::vector<std::string>());
+      }
+    }
+  }
+  return s;
+}
+
+std::string summary_text(Summary const& s) {
+  std::ostringstream out;
+  out << "entry " << s.index << ": " << s.identifier << '\n'
+      << "  molecules: " << s.molecules << '\n'
+      << "  atoms: " << s.atoms << '\n'
+      << "  bonds: " << s.bonds << '\n'
+      << "  formula: " << s.formula << '\n'
+      << "  charge: " << s.charge << '\n'
+      << "  cell: " << s.cell[0] << ' ' << s.cell[1] << ' ' << s.cell[2] << ' ' << s.cell[3] << ' '
+      << s.cell[4] << ' ' << s.cell[5] << '\n'
+      << "  spacegroup: " << s.spacegroup << " (" << s.spacegroup_number << ")\n";
+  if (s.has_data) {
+    out << "  data:\n";
+    for (auto const& [name, values] : s.data) {
+      out << "    " << name << ':';
+      for (std::string const& v : values)
+        out << ' ' << v;
+      out << '\n';
+    }
+  }
+  return out.str();
+}
+
+std::string summary_json(Summary const& s) {
+  nlohmann::ordered_json j;
+  j["index"] = s.index;
+  j["identifier"] = s.identifier;
+  j["molecules"] = s.molecules;
+  j["atoms"] = s.atoms;
+  j["bonds"] = s.bonds;
+  j["formula"] = s.formula;
+  j["charge"] = s.charge;
+  j["cell"] = {{"a", s.cell[0]},     {"b", s.cell[1]},    {"c", s.cell[2]},
+               {"alpha", s.cell[3]}, {"beta", s.cell[4]}, {"gamma", s.cell[5]}};
+  j["spacegroup"] = {{"symbol", s.spacegroup}, {"number", s.spacegroup_number}};
+  if (s.has_data) {
+    nlohmann::ordered_json data = nlohmann::ordered_json::object();
+    for (auto const& [name, values] : s.data)
+      data[name] = values;
+    j["data"] = data;
+  }
+  // Invalid UTF-8 in names or data items is replaced rather than refused.
+  return j.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+}  // namespace kora::cli
