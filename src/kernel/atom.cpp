@@ -15,9 +15,13 @@ Site::Site(Point const& fractional, Point const& orthogonal, UncertainValue occu
     : fractional_(fractional),
       orthogonal_(orthogonal),
       occupancy_(occupancy),
-      position_uncertainty_(position_uncertainty ? std::move(position_uncertainty)
-                                                 : make_handle<Array<Uncertainty, 3>>()),
+      position_uncertainty_(std::move(position_uncertainty)),
       displacement_parameters_(std::move(displacement_parameters)) {}
+
+THandle<Array<Uncertainty, 3>> const& Site::no_uncertainty_() {
+  static THandle<Array<Uncertainty, 3>> const zero = make_handle<Array<Uncertainty, 3>>();
+  return zero;
+}
 
 FileOrderedAtom3d::FileOrderedAtom3d(int file_order, Element const& element, std::string label,
                                      THandle<Site> const& site)
@@ -36,12 +40,12 @@ THandle<Atom> FileOrderedAtom3d::clone() const {
   return atom;
 }
 
-int ProteinAtom::residue_kind() const {
+int ProteinAtom::kind_of_(std::string const& residue_label) {
   // The twenty standard amino acids in the alphabetical order of their codes.
   static constexpr std::array<std::string_view, 20> codes{
       "ALA", "ARG", "ASN", "ASP", "CYS", "GLN", "GLU", "GLY", "HIS", "ILE",
       "LEU", "LYS", "MET", "PHE", "PRO", "SER", "THR", "TRP", "TYR", "VAL"};
-  std::string_view const name = std::string_view(residue_label_).substr(0, 3);
+  std::string_view const name = std::string_view(residue_label).substr(0, 3);
   auto const it = std::lower_bound(codes.begin(), codes.end(), name);
   return (it != codes.end() && *it == name) ? static_cast<int>(it - codes.begin()) + 1 : 0;
 }

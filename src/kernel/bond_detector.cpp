@@ -163,6 +163,23 @@ std::vector<std::pair<int, int>> close_pairs(std::vector<Located> const& points,
   double const width = pairs.largest();
   if (points.size() < 2 || !(width > BondDistanceLimit::minimum_distance)) return found;
 
+  // A few points (the atoms of two residues, a small molecule): every pair is cheaper to
+  // test than a grid is to build, and pairs farther apart than the width never bond.
+  constexpr std::size_t few = 40;
+  if (points.size() <= few) {
+    for (std::size_t a = 0; a < points.size(); ++a) {
+      for (std::size_t b = a + 1; b < points.size(); ++b) {
+        Located const& p = points[a];
+        Located const& q = points[b];
+        double const dx = p.position[0] - q.position[0], dy = p.position[1] - q.position[1],
+                     dz = p.position[2] - q.position[2];
+        if (pairs.bonded(p.element_class, q.element_class, dx * dx + dy * dy + dz * dz))
+          found.emplace_back(std::min(p.index, q.index), std::max(p.index, q.index));
+      }
+    }
+    return found;
+  }
+
   // Cell coordinates from absolute positions, clamped to what an int64 holds exactly. Points
   // beyond the clamp share edge cells; neighbours stay in the same or adjacent cells, so no
   // pair is lost. (An infinite width puts everything in one cell.)

@@ -53,7 +53,7 @@ Molecule3d& Molecule3d::operator=(Molecule3d const& other) {
     Molecule3d copy(other);
     atoms_ = std::move(copy.atoms_);
     bonds_ = std::move(copy.bonds_);
-    atom_bonds_ = std::move(copy.atom_bonds_);
+    adjacency_ = std::move(copy.adjacency_);
   }
   return *this;
 }
@@ -70,9 +70,10 @@ Molecule3d::Molecule3d(THandle<std::vector<THandle<Atom>>> const& atoms,
       atoms_.push_back(atom);
     }
   }
-  atom_bonds_.assign(atoms_.size(), {});
+  adjacency_.reset(atoms_.size());
   if (bonds) {
     bonds_.reserve(bonds->size());
+    adjacency_.reserve_bonds(bonds->size());
     int k = 0;
     for (THandle<BondData> const& b : *bonds) {
       if (!b) throw std::invalid_argument("Molecule3d: bond " + std::to_string(k) + " is null");
@@ -82,6 +83,30 @@ Molecule3d::Molecule3d(THandle<std::vector<THandle<Atom>>> const& atoms,
     }
   }
   renumber_();
+}
+
+Molecule3d::Molecule3d(std::vector<THandle<Atom>> atoms, std::vector<BondData> const& bonds)
+    : atoms_(std::move(atoms)) {
+  for (std::size_t i = 0; i < atoms_.size(); ++i) {
+    if (!atoms_[i]) {
+      throw std::invalid_argument("Molecule3d: atom " + std::to_string(i) + " is a null handle");
+    }
+  }
+  adjacency_.reset(atoms_.size());
+  add_bonds_(bonds);
+  renumber_();
+}
+
+void Molecule3d::add_bonds_(std::vector<BondData> const& bonds) {
+  bonds_.reserve(bonds_.size() + bonds.size());
+  adjacency_.reserve_bonds(bonds_.size() + bonds.size());
+  for (BondData const& b : bonds) {
+    check_bond(nbonds(), b.atom1(), b.atom2(), natoms());
+    std::size_t const a1 = static_cast<std::size_t>(b.atom1());
+    std::size_t const a2 = static_cast<std::size_t>(b.atom2());
+    bonds_.push_back({b.atom1(), b.atom2(), make_handle<Bond>(atoms_[a1], atoms_[a2], b.type())});
+    adjacency_.add_bond(b.atom1(), b.atom2());
+  }
 }
 
 THandle<Atom> Molecule3d::atom(int i) const {
@@ -102,29 +127,29 @@ std::pair<int, int> Molecule3d::bond_atoms(int i) const {
 
 std::vector<int> Molecule3d::atom_bonds(int i) const {
   check_index("Molecule3d::atom_bonds", i, natoms());
-  return atom_bonds_[static_cast<std::size_t>(i)];
+  return adjacency_.bonds(i);
 }
 
 std::vector<int> Molecule3d::neighbours(int i) const {
   check_index("Molecule3d::neighbours", i, natoms());
   std::vector<int> out;
-  out.reserve(atom_bonds_[static_cast<std::size_t>(i)].size());
-  for (int b : atom_bonds_[static_cast<std::size_t>(i)]) {
+  out.reserve(static_cast<std::size_t>(adjacency_.count(i)));
+  adjacency_.for_each(i, [&](int b) {
     BondRecord const& r = bonds_[static_cast<std::size_t>(b)];
     out.push_back(r.atom1 == i ? r.atom2 : r.atom1);
-  }
+  });
   return out;
 }
 
 int Molecule3d::connection_count(int i) const {
   check_index("Molecule3d::connection_count", i, natoms());
-  return static_cast<int>(atom_bonds_[static_cast<std::size_t>(i)].size());
+  return adjacency_.count(i);
 }
 
 int Molecule3d::add_atom(THandle<Atom> const& atom) {
   if (!atom) throw std::invalid_argument("Molecule3d::add_atom: null atom");
   atoms_.push_back(atom);
-  atom_bonds_.emplace_back();
+  adjacency_.add_atom();
   atom->set_index(natoms() - 1);
   atom->set_connection_count_(0);
   return natoms() - 1;
@@ -136,8 +161,7 @@ int Molecule3d::add_bond(int atom1, int atom2, BondType type) {
   THandle<Atom> const& b = atoms_[static_cast<std::size_t>(atom2)];
   bonds_.push_back({atom1, atom2, make_handle<Bond>(a, b, type)});
   int const k = nbonds() - 1;
-  atom_bonds_[static_cast<std::size_t>(atom1)].push_back(k);
-  atom_bonds_[static_cast<std::size_t>(atom2)].push_back(k);
+  adjacency_.add_bond(atom1, atom2);
   a->set_connection_count_(connection_count(atom1));
   b->set_connection_count_(connection_count(atom2));
   return k;
@@ -146,7 +170,7 @@ int Molecule3d::add_bond(int atom1, int atom2, BondType type) {
 void Molecule3d::renumber_() {
   for (std::size_t i = 0; i < atoms_.size(); ++i) {
     atoms_[i]->set_index(static_cast<int>(i));
-    atoms_[i]->set_connection_count_(static_cast<int>(atom_bonds_[i].size()));
+    atoms_[i]->set_connection_count_(adjacency_.count(static_cast<int>(i)));
   }
 }
 
@@ -163,14 +187,13 @@ void Molecule3d::remove_atoms(std::function<bool(THandle<Atom> const&)> const& p
   std::vector<BondRecord> old_bonds = std::move(bonds_);
   atoms_ = std::move(kept);
   bonds_.clear();
-  atom_bonds_.assign(atoms_.size(), {});
+  adjacency_.reset(atoms_.size());
   for (BondRecord const& b : old_bonds) {
     int const p1 = position[static_cast<std::size_t>(b.atom1)];
     int const p2 = position[static_cast<std::size_t>(b.atom2)];
     if (p1 < 0 || p2 < 0) continue;
     bonds_.push_back({p1, p2, b.bond});
-    atom_bonds_[static_cast<std::size_t>(p1)].push_back(nbonds() - 1);
-    atom_bonds_[static_cast<std::size_t>(p2)].push_back(nbonds() - 1);
+    adjacency_.add_bond(p1, p2);
   }
   renumber_();
 }
@@ -229,7 +252,7 @@ void MoleculeSubset::rebuild_bonds_() {
   }
   bonds_.clear();
   ends_.clear();
-  atom_bonds_.assign(atoms_.size(), {});
+  adjacency_.reset(atoms_.size());
   int const m = parent_->nbonds();
   for (int k = 0; k < m; ++k) {
     auto const [a, b] = parent_->bond_atoms(k);
@@ -238,8 +261,7 @@ void MoleculeSubset::rebuild_bonds_() {
     if (p1 < 0 || p2 < 0) continue;
     bonds_.push_back(k);
     ends_.emplace_back(p1, p2);
-    atom_bonds_[static_cast<std::size_t>(p1)].push_back(nbonds() - 1);
-    atom_bonds_[static_cast<std::size_t>(p2)].push_back(nbonds() - 1);
+    adjacency_.add_bond(p1, p2);
   }
 }
 
@@ -268,22 +290,23 @@ std::pair<int, int> MoleculeSubset::bond_atoms(int i) const {
 
 std::vector<int> MoleculeSubset::atom_bonds(int i) const {
   check_index("MoleculeSubset::atom_bonds", i, natoms());
-  return atom_bonds_[static_cast<std::size_t>(i)];
+  return adjacency_.bonds(i);
 }
 
 std::vector<int> MoleculeSubset::neighbours(int i) const {
   check_index("MoleculeSubset::neighbours", i, natoms());
   std::vector<int> out;
-  for (int b : atom_bonds_[static_cast<std::size_t>(i)]) {
+  out.reserve(static_cast<std::size_t>(adjacency_.count(i)));
+  adjacency_.for_each(i, [&](int b) {
     auto const [p1, p2] = ends_[static_cast<std::size_t>(b)];
     out.push_back(p1 == i ? p2 : p1);
-  }
+  });
   return out;
 }
 
 int MoleculeSubset::connection_count(int i) const {
   check_index("MoleculeSubset::connection_count", i, natoms());
-  return static_cast<int>(atom_bonds_[static_cast<std::size_t>(i)].size());
+  return adjacency_.count(i);
 }
 
 void MoleculeSubset::check_editable(char const* operation) const {
@@ -302,8 +325,41 @@ THandle<std::vector<int>> MoleculeSubset::add(Molecule const&) {
 
 // Splitting into molecules
 
+namespace {
+
+std::vector<BondData> bond_values(std::vector<THandle<BondData>> const& bonds) {
+  std::vector<BondData> out;
+  out.reserve(bonds.size());
+  for (std::size_t k = 0; k < bonds.size(); ++k) {
+    if (!bonds[k])
+      throw std::invalid_argument("create_molecules: bond " + std::to_string(k) + " is null");
+    out.push_back(*bonds[k]);
+  }
+  return out;
+}
+
+void place_atoms(Cell const& cell, std::vector<THandle<Atom>>& atoms, std::vector<Point>& points,
+                 THandle<Transformation> const& transformation) {
+  if (points.size() < atoms.size()) {
+    throw std::invalid_argument("create_molecules: " + std::to_string(points.size()) +
+                                " positions for " + std::to_string(atoms.size()) + " atoms");
+  }
+  for (std::size_t i = 0; i < atoms.size(); ++i) {
+    Point const& p = points[i];
+    Point const fractional = transformation ? (*transformation)(p) : cell.fractional(p);
+    atoms[i]->set_site(make_handle<Site>(fractional, p, 1.0));
+  }
+}
+
+}  // namespace
+
 THandle<std::vector<THandle<Molecule>>> create_molecules(
     std::vector<THandle<Atom>>& atoms, std::vector<THandle<BondData>> const& bonds) {
+  return create_molecules(atoms, bond_values(bonds));
+}
+
+THandle<std::vector<THandle<Molecule>>> create_molecules(std::vector<THandle<Atom>>& atoms,
+                                                         std::vector<BondData> const& bonds) {
   int const n = static_cast<int>(atoms.size());
   // Union-find over the atoms; each root ends as the smallest index of its component.
   std::vector<int> parent(atoms.size());
@@ -317,42 +373,47 @@ THandle<std::vector<THandle<Molecule>>> create_molecules(
     return x;
   };
   for (std::size_t k = 0; k < bonds.size(); ++k) {
-    if (!bonds[k])
-      throw std::invalid_argument("create_molecules: bond " + std::to_string(k) + " is null");
-    check_bond(static_cast<int>(k), bonds[k]->atom1(), bonds[k]->atom2(), n);
-    int const r1 = find(bonds[k]->atom1());
-    int const r2 = find(bonds[k]->atom2());
+    check_bond(static_cast<int>(k), bonds[k].atom1(), bonds[k].atom2(), n);
+    int const r1 = find(bonds[k].atom1());
+    int const r2 = find(bonds[k].atom2());
     if (r1 != r2) parent[static_cast<std::size_t>(std::max(r1, r2))] = std::min(r1, r2);
+  }
+  auto molecules = make_handle<std::vector<THandle<Molecule>>>();
+  bool connected = n > 0;
+  for (int i = 0; i < n && connected; ++i)
+    connected = find(i) == 0;
+  if (connected) {
+    // One component: the atoms keep their positions.
+    molecules->push_back(THandle<Molecule>(make_handle<Molecule3d>(atoms, bonds)));
+    return molecules;
   }
   // Components in the order of their first atoms; positions of atoms inside them.
   std::vector<int> component(atoms.size(), -1);
   std::vector<int> position(atoms.size(), 0);
-  std::vector<THandle<std::vector<THandle<Atom>>>> members;
+  std::vector<std::vector<THandle<Atom>>> members;
   for (int i = 0; i < n; ++i) {
     int const root = find(i);
     int& c = component[static_cast<std::size_t>(root)];
     if (c < 0) {
       c = static_cast<int>(members.size());
-      members.push_back(make_handle<std::vector<THandle<Atom>>>());
+      members.emplace_back();
     }
     component[static_cast<std::size_t>(i)] = c;
-    auto& list = *members[static_cast<std::size_t>(c)];
+    auto& list = members[static_cast<std::size_t>(c)];
     position[static_cast<std::size_t>(i)] = static_cast<int>(list.size());
     list.push_back(atoms[static_cast<std::size_t>(i)]);
   }
-  std::vector<THandle<std::vector<THandle<BondData>>>> member_bonds(members.size());
-  for (auto& list : member_bonds)
-    list = make_handle<std::vector<THandle<BondData>>>();
-  for (THandle<BondData> const& b : bonds) {
-    std::size_t const a1 = static_cast<std::size_t>(b->atom1());
-    std::size_t const a2 = static_cast<std::size_t>(b->atom2());
-    member_bonds[static_cast<std::size_t>(component[a1])]->push_back(
-        make_handle<BondData>(position[a1], position[a2], b->type()));
+  std::vector<std::vector<BondData>> member_bonds(members.size());
+  for (BondData const& b : bonds) {
+    std::size_t const a1 = static_cast<std::size_t>(b.atom1());
+    std::size_t const a2 = static_cast<std::size_t>(b.atom2());
+    member_bonds[static_cast<std::size_t>(component[a1])].emplace_back(position[a1], position[a2],
+                                                                       b.type());
   }
-  auto molecules = make_handle<std::vector<THandle<Molecule>>>();
   molecules->reserve(members.size());
   for (std::size_t c = 0; c < members.size(); ++c) {
-    molecules->push_back(THandle<Molecule>(make_handle<Molecule3d>(members[c], member_bonds[c])));
+    molecules->push_back(
+        THandle<Molecule>(make_handle<Molecule3d>(std::move(members[c]), member_bonds[c])));
   }
   return molecules;
 }
@@ -361,15 +422,15 @@ THandle<std::vector<THandle<Molecule>>> create_molecules(
     Cell const& cell, std::vector<THandle<Atom>>& atoms,
     std::vector<THandle<BondData>> const& bonds, std::vector<Point>& points,
     THandle<Transformation> const& transformation) {
-  if (points.size() < atoms.size()) {
-    throw std::invalid_argument("create_molecules: " + std::to_string(points.size()) +
-                                " positions for " + std::to_string(atoms.size()) + " atoms");
-  }
-  for (std::size_t i = 0; i < atoms.size(); ++i) {
-    Point const& p = points[i];
-    Point const fractional = transformation ? (*transformation)(p) : cell.fractional(p);
-    atoms[i]->set_site(make_handle<Site>(fractional, p, 1.0));
-  }
+  std::vector<BondData> const values = bond_values(bonds);
+  place_atoms(cell, atoms, points, transformation);
+  return create_molecules(atoms, values);
+}
+
+THandle<std::vector<THandle<Molecule>>> create_molecules(
+    Cell const& cell, std::vector<THandle<Atom>>& atoms, std::vector<BondData> const& bonds,
+    std::vector<Point>& points, THandle<Transformation> const& transformation) {
+  place_atoms(cell, atoms, points, transformation);
   return create_molecules(atoms, bonds);
 }
 

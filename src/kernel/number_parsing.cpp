@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <system_error>
 
 namespace kora::detail {
@@ -52,6 +53,37 @@ long long leading_digit_exponent(std::string_view text) noexcept {
 
 }  // namespace
 
+std::from_chars_result from_chars_double(char const* first, char const* last,
+                                         double& value) noexcept {
+  static constexpr double powers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                      1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  char const* p = first;
+  bool const negative = p != last && *p == '-';
+  if (negative) ++p;
+  std::uint64_t mantissa = 0;
+  int digits = 0;    // significant digits, leading zeros not counted
+  int decimals = 0;  // digits after the point
+  int seen = 0;      // all digits
+  for (; p != last && static_cast<unsigned>(*p - '0') < 10; ++p, ++seen) {
+    mantissa = mantissa * 10 + static_cast<unsigned>(*p - '0');
+    if (mantissa != 0) ++digits;
+  }
+  if (p != last && *p == '.') {
+    for (++p; p != last && static_cast<unsigned>(*p - '0') < 10; ++p, ++seen, ++decimals) {
+      mantissa = mantissa * 10 + static_cast<unsigned>(*p - '0');
+      if (mantissa != 0) ++digits;
+    }
+  }
+  bool const exponent = p != last && (*p == 'e' || *p == 'E');
+  if (seen == 0 || exponent || digits > 15 || decimals > 22) {
+    return std::from_chars(first, last, value, std::chars_format::general);
+  }
+  double const magnitude = static_cast<double>(mantissa) / powers[decimals];
+  value = negative ? -magnitude : magnitude;
+  return {p, std::errc()};
+}
+
 bool parse_int(std::string_view text, int& value) noexcept {
   if (!number_start(text) || text.find('.') != std::string_view::npos) return false;
   char const* const end = text.data() + text.size();
@@ -62,7 +94,7 @@ bool parse_int(std::string_view text, int& value) noexcept {
 bool parse_double(std::string_view text, double& value) noexcept {
   if (!number_start(text)) return false;
   char const* const end = text.data() + text.size();
-  auto const [ptr, ec] = std::from_chars(text.data(), end, value, std::chars_format::general);
+  auto const [ptr, ec] = from_chars_double(text.data(), end, value);
   if (ptr != end) return false;
   if (ec == std::errc()) return true;
   if (ec != std::errc::result_out_of_range) return false;

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <system_error>
 
+#include "kernel/number_parsing.hpp"
+
 namespace kora::detail {
 
 namespace {
@@ -64,7 +66,7 @@ bool TextCursor::read(double& value) {
   }
   double parsed = 0.0;
   char const* first = text_.data() + position_ + (plus ? 1 : 0);
-  auto const [ptr, ec] = std::from_chars(first, text_.data() + end, parsed);
+  auto const [ptr, ec] = from_chars_double(first, text_.data() + end, parsed);
   position_ = end;
   if (ec != std::errc() || ptr != text_.data() + end) return failed_ = true, false;
   value = parsed;

@@ -55,7 +55,7 @@ double c_double(std::string_view text) noexcept {
   }
   double value = 0.0;
   char const* const end = text.data() + text.size();
-  auto const [ptr, ec] = std::from_chars(text.data(), end, value, std::chars_format::general);
+  auto const [ptr, ec] = from_chars_double(text.data(), end, value);
   if (ec == std::errc()) return value;
   if (ec != std::errc::result_out_of_range) return 0.0;
   // Out of range: parse_double tells underflow (a zero) from overflow (false).

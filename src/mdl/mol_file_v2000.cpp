@@ -1,6 +1,7 @@
 // Reading the V2000 connection table: atom block, bond block and property lines up to
 // "M  END", then the record's data items.
 
+#include <algorithm>
 #include <cstdint>
 #include <istream>
 #include <map>
@@ -70,7 +71,7 @@ bool has_nonzero_digit(std::string_view text) {
 
 void MolFile::read_V2000(std::istream& is) {
   auto const atoms = make_handle<AtomList>();
-  auto const bonds = make_handle<std::vector<THandle<BondData>>>();
+  std::vector<BondData> bonds;
   std::vector<Point> coordinates;
 
   std::string_view const counts = counts_line_;
@@ -78,6 +79,11 @@ void MolFile::read_V2000(std::istream& is) {
   int const nbonds = counts.size() >= 6 ? c_int(column(counts, 3, 3)) : 0;
   int const nlists = counts.size() >= 9 ? c_int(column(counts, 6, 3)) : 0;
   int const nstext = counts.size() >= 18 ? c_int(column(counts, 15, 3)) : 0;
+  // The counts come from the file: reserve for a plausible molecule only.
+  constexpr int plausible = 4096;
+  atoms->reserve(static_cast<std::size_t>(std::clamp(natoms, 0, plausible)));
+  coordinates.reserve(static_cast<std::size_t>(std::clamp(natoms, 0, plausible)));
+  bonds.reserve(static_cast<std::size_t>(std::clamp(nbonds, 0, plausible)));
 
   int k = 0;  // non-empty lines read
   int zero_z = 0;
@@ -110,12 +116,12 @@ void MolFile::read_V2000(std::istream& is) {
       atom->set_formal_charge(static_cast<std::int16_t>(charge));
       atoms->push_back(THandle<Atom>(atom));
       coordinates.push_back(Point{x, y, z});
-    } else if (static_cast<int>(bonds->size()) < nbonds) {
+    } else if (static_cast<int>(bonds.size()) < nbonds) {
       int const first = c_int(column(line, 0, 3));
       int const second = c_int(column(line, 3, 3));
       BondType const type = detail::bond_type_of_code(c_int(column(line, 6, 3)));
       try {
-        bonds->push_back(make_handle<BondData>(first - 1, second - 1, type));
+        bonds.emplace_back(first - 1, second - 1, type);
       } catch (std::invalid_argument const&) {
         throw std::runtime_error(detail::bad_bonds_message);
       }
@@ -140,7 +146,7 @@ void MolFile::read_V2000(std::istream& is) {
   if (!ended) tags_->read(is);
   if (zero_z == natoms && dimensional_code_ != "3D" && dimensional_code_ != "3d") two_d_ = true;
   try {
-    molecules_ = create_molecules(*cell_, *atoms, *bonds, coordinates, THandle<Transformation>());
+    molecules_ = create_molecules(*cell_, *atoms, bonds, coordinates, THandle<Transformation>());
   } catch (std::invalid_argument const&) {
     throw std::runtime_error(detail::bad_bonds_message);
   }

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <system_error>
 
+#include "kernel/number_parsing.hpp"
 #include "kora/kernel/element.hpp"
 #include "kora/kernel/string_functions.hpp"
 
@@ -66,8 +67,7 @@ long leading_integer(std::string_view text) noexcept {
 double leading_real(std::string_view text) noexcept {
   std::string_view const s = number_start(text);
   double value = 0.0;
-  auto const [ptr, ec] =
-      std::from_chars(s.data(), s.data() + s.size(), value, std::chars_format::general);
+  auto const [ptr, ec] = from_chars_double(s.data(), s.data() + s.size(), value);
   return ec == std::errc() ? value : 0.0;
 }
 

@@ -6,6 +6,25 @@
 
 namespace kora {
 
+template <class T>
+void PdbResidueBondTyper::put_(Keyed<T>& list, std::string const& key, T const& value) {
+  for (auto& [k, v] : list) {
+    if (k == key) {
+      v = value;
+      return;
+    }
+  }
+  list.emplace_back(key, value);
+}
+
+template <class T>
+T const* PdbResidueBondTyper::find_(Keyed<T> const& list, std::string_view key) {
+  for (auto const& [k, v] : list) {
+    if (k == key) return &v;
+  }
+  return nullptr;
+}
+
 std::string PdbResidueBondTyper::convert_label(std::string const& label) const {
   // A carbon, nitrogen or oxygen with a position letter, and with a branch digit when there
   // is one; what follows (an alternate-location letter, say) is dropped.
@@ -36,10 +55,8 @@ void PdbResidueBondTyper::apply(PolymorphicIterator<THandle<Bond>> begin,
     THandle<Bond> const bond = *it;
     THandle<Atom> const& atom1 = bond->atom1();
     THandle<Atom> const& atom2 = bond->atom2();
-    // The protein views are only looked at here, so plain pointers spare the reference
-    // counts of handles.
-    auto const* protein1 = dynamic_cast<ProteinAtom const*>(atom1.get());
-    auto const* protein2 = dynamic_cast<ProteinAtom const*>(atom2.get());
+    ProteinAtom const* protein1 = atom1->protein_atom();
+    ProteinAtom const* protein2 = atom2->protein_atom();
     if (!protein1 || !protein2) continue;
     int const kind1 = protein1->residue_kind();
     if (residue_kind_ == 0) residue_kind_ = kind1;
@@ -57,21 +74,20 @@ void PdbResidueBondTyper::apply(PolymorphicIterator<THandle<Bond>> begin,
     key = first_is_smaller ? label1 : label2;
     key += '-';
     key += first_is_smaller ? label2 : label1;
-    bonds_[key] = bond;
-    atoms_[label1] = atom1;
-    atoms_[label2] = atom2;
+    put_(bonds_, key, bond);
+    put_(atoms_, label1, atom1);
+    put_(atoms_, label2, atom2);
   }
   type_current_residue();
 }
 
 void PdbResidueBondTyper::set_bond_type(std::string const& key, BondType type) {
-  auto const it = bonds_.find(key);
-  if (it != bonds_.end()) it->second->set_type(type);
+  if (THandle<Bond> const* bond = find_(bonds_, key)) (*bond)->set_type(type);
 }
 
 int PdbResidueBondTyper::connections_(std::string const& label) const {
-  auto const it = atoms_.find(label);
-  return it == atoms_.end() ? -1 : it->second->connection_count();
+  THandle<Atom> const* atom = find_(atoms_, label);
+  return atom ? (*atom)->connection_count() : -1;
 }
 
 bool PdbResidueBondTyper::has_connections_(std::string const& label, int count) const {

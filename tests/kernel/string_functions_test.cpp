@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <climits>
 #include <cmath>
+#include <cstring>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -106,6 +109,52 @@ TEST(StringFunctions, StringToDouble) {
     expect_number(convert, text, false, 0.0);
   bool ok = false;
   EXPECT_TRUE(std::signbit(kora::string_to_double("-1e-400", ok)) && ok);
+}
+
+// Decimals are read through a fast path for plain fixed-point numbers; every result must be
+// bit for bit what std::from_chars gives, including the cases the fast path hands over
+// (16 or more significant digits, more than 22 decimals, exponents, negative zero).
+TEST(StringFunctions, StringToDoubleMatchesFromChars) {
+  std::mt19937 random(12345);
+  std::vector<std::string> texts = {"0",
+                                    "-0",
+                                    "-0.000",
+                                    "0.1",
+                                    "1.",
+                                    ".5",
+                                    "-.5",
+                                    "123456789012345.6",
+                                    "9007199254740993",
+                                    "0.1234567890123456789012345",
+                                    "1e5",
+                                    "-2.5E-3",
+                                    "00000000000000000000012.5",
+                                    "99999999999999.99",
+                                    "1234.5678"};
+  for (int i = 0; i < 20000; ++i) {
+    std::string text = random() % 3 == 0 ? "-" : "";
+    int const whole = static_cast<int>(random() % 9);
+    int const decimals = static_cast<int>(random() % 25);
+    for (int d = 0; d < whole; ++d)
+      text += static_cast<char>('0' + random() % 10);
+    if (decimals > 0 || whole == 0) text += '.';
+    for (int d = 0; d < decimals; ++d)
+      text += static_cast<char>('0' + random() % 10);
+    if (whole == 0 && decimals == 0) text += '0';
+    texts.push_back(text);
+  }
+  for (std::string const& text : texts) {
+    double expected = 0.0;
+    auto const [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), expected,
+                                           std::chars_format::general);
+    ASSERT_EQ(ec, std::errc()) << text;
+    ASSERT_EQ(ptr, text.data() + text.size()) << text;
+    bool ok = false;
+    double const value = kora::string_to_double(text, ok);
+    ASSERT_TRUE(ok) << text;
+    ASSERT_EQ(std::memcmp(&value, &expected, sizeof value), 0)
+        << text << ": " << value << " != " << expected;
+  }
 }
 
 TEST(StringFunctions, IntToStringAndCase) {

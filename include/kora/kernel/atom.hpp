@@ -28,9 +28,10 @@ class Site {
   void set_orthogonal(Point const& p) { orthogonal_ = p; }
   UncertainValue const& occupancy() const { return occupancy_; }
   void set_occupancy(UncertainValue const& occupancy) { occupancy_ = occupancy; }
-  // Never null: all zero when not given.
+  // Never null: when none were given, one all-zero array shared by every such site (read it,
+  // do not change it).
   THandle<Array<Uncertainty, 3>> const& position_uncertainty() const {
-    return position_uncertainty_;
+    return position_uncertainty_ ? position_uncertainty_ : no_uncertainty_();
   }
   // Null when the site has no displacement parameters.
   THandle<AtomicDisplacementParameters> const& atomic_displacement_parameters() const {
@@ -43,9 +44,12 @@ class Site {
   UncertainValue occupancy_;
   THandle<Array<Uncertainty, 3>> position_uncertainty_;
   THandle<AtomicDisplacementParameters> displacement_parameters_;
+
+  static THandle<Array<Uncertainty, 3>> const& no_uncertainty_();
 };
 
 class Molecule3d;
+class ProteinAtom;
 
 // The model atom. Its index and connection count are kept up to date by the molecule
 // that owns it (Molecule3d); an atom outside any molecule has index and count as last set.
@@ -70,6 +74,9 @@ class Atom {
   virtual int connection_count() const = 0;
   // A new atom with the same properties and a copy of the site (not shared).
   virtual THandle<Atom> clone() const = 0;
+  // The protein side of the atom (its residue); null for an atom outside any residue. A
+  // cheaper question than a dynamic_cast across the two bases.
+  virtual ProteinAtom const* protein_atom() const { return nullptr; }
 
  protected:
   friend class Molecule3d;
@@ -117,17 +124,24 @@ class ProteinAtom {
  public:
   virtual ~ProteinAtom() = default;
 
-  explicit ProteinAtom(std::string residue_label) : residue_label_(std::move(residue_label)) {}
+  explicit ProteinAtom(std::string residue_label)
+      : residue_label_(std::move(residue_label)), residue_kind_(kind_of_(residue_label_)) {}
 
   // Residue name followed by residue number ("ALA12").
   std::string const& residue_label() const { return residue_label_; }
-  void set_residue_label(std::string const& label) { residue_label_ = label; }
+  void set_residue_label(std::string const& label) {
+    residue_label_ = label;
+    residue_kind_ = kind_of_(residue_label_);
+  }
   // The standard amino acid of the residue name, numbered 1 to 20 in the alphabetical
   // order of the three-letter codes (ALA 1, ARG 2, ... VAL 20); 0 for anything else.
-  int residue_kind() const;
+  int residue_kind() const { return residue_kind_; }
 
  private:
+  static int kind_of_(std::string const& residue_label);
+
   std::string residue_label_;
+  int residue_kind_;
 };
 
 // A protein atom read from a file: an Atom and a ProteinAtom.
@@ -137,6 +151,7 @@ class FileOrderedProteinAtom : public FileOrderedAtom3d, public ProteinAtom {
                          std::string residue_label, THandle<Site> const& site);
 
   THandle<Atom> clone() const override;
+  ProteinAtom const* protein_atom() const override { return this; }
 };
 
 }  // namespace kora

@@ -82,6 +82,68 @@ struct IteratorRange {
   std::size_t size() const { return static_cast<std::size_t>(last - first); }
 };
 
+namespace detail {
+
+// The bonds of each atom of a molecule in the order they were added, kept in flat arrays so
+// that a molecule costs no allocation per atom: per atom its first and last bond slot and
+// its number of bonds; per bond one slot for each end, chained to the atom's next slot.
+class BondAdjacency {
+ public:
+  // n atoms without bonds.
+  void reset(std::size_t natoms) {
+    atoms_.assign(natoms, Links{});
+    next_.clear();
+  }
+  void reserve_bonds(std::size_t nbonds) { next_.reserve(2 * nbonds); }
+  void add_atom() { atoms_.push_back(Links{}); }
+  // Bond number nbonds() joining two different atoms.
+  void add_bond(int atom1, int atom2) {
+    int const slot = static_cast<int>(next_.size());
+    next_.push_back(-1);
+    next_.push_back(-1);
+    link_(atom1, slot);
+    link_(atom2, slot + 1);
+  }
+  int nbonds() const { return static_cast<int>(next_.size() / 2); }
+  int count(int atom) const { return atoms_[static_cast<std::size_t>(atom)].count; }
+  // Calls f(bond) for each bond of the atom, in order.
+  template <class F>
+  void for_each(int atom, F&& f) const {
+    for (int s = atoms_[static_cast<std::size_t>(atom)].first; s >= 0;
+         s = next_[static_cast<std::size_t>(s)]) {
+      f(s / 2);
+    }
+  }
+  std::vector<int> bonds(int atom) const {
+    std::vector<int> out;
+    out.reserve(static_cast<std::size_t>(count(atom)));
+    for_each(atom, [&out](int b) { out.push_back(b); });
+    return out;
+  }
+
+ private:
+  struct Links {
+    int first = -1;
+    int last = -1;
+    int count = 0;
+  };
+  void link_(int atom, int slot) {
+    Links& l = atoms_[static_cast<std::size_t>(atom)];
+    if (l.last >= 0) {
+      next_[static_cast<std::size_t>(l.last)] = slot;
+    } else {
+      l.first = slot;
+    }
+    l.last = slot;
+    ++l.count;
+  }
+
+  std::vector<Links> atoms_;
+  std::vector<int> next_;
+};
+
+}  // namespace detail
+
 class Molecule {
  public:
   virtual ~Molecule() = default;
@@ -158,6 +220,8 @@ class Molecule3d : public Molecule {
   // std::invalid_argument naming the bond.
   Molecule3d(THandle<std::vector<THandle<Atom>>> const& atoms,
              THandle<std::vector<THandle<BondData>>> const& bonds);
+  // The same from plain lists: adopts the atoms and joins them by the bonds.
+  Molecule3d(std::vector<THandle<Atom>> atoms, std::vector<BondData> const& bonds);
 
   int natoms() const override { return static_cast<int>(atoms_.size()); }
   THandle<Atom> atom(int i) const override;
@@ -184,10 +248,11 @@ class Molecule3d : public Molecule {
     THandle<Bond> bond;
   };
   void renumber_();
+  void add_bonds_(std::vector<BondData> const& bonds);
 
   std::vector<THandle<Atom>> atoms_;
   std::vector<BondRecord> bonds_;
-  std::vector<std::vector<int>> atom_bonds_;  // bond positions of each atom
+  detail::BondAdjacency adjacency_;
 };
 
 // A view of some atoms of a molecule (all of them at first) and the bonds among them. The
@@ -223,11 +288,11 @@ class MoleculeSubset : public Molecule {
   void rebuild_bonds_();
 
   THandle<Molecule> parent_;
-  std::vector<int> atoms_;                    // positions in the parent
-  std::vector<int> position_;                 // parent position -> position here, or -1
-  std::vector<int> bonds_;                    // bond positions in the parent
-  std::vector<std::pair<int, int>> ends_;     // the bonds' atoms, as positions here
-  std::vector<std::vector<int>> atom_bonds_;  // bond positions (here) of each atom
+  std::vector<int> atoms_;                 // positions in the parent
+  std::vector<int> position_;              // parent position -> position here, or -1
+  std::vector<int> bonds_;                 // bond positions in the parent
+  std::vector<std::pair<int, int>> ends_;  // the bonds' atoms, as positions here
+  detail::BondAdjacency adjacency_;        // bond positions (here) of each atom
 };
 
 // Splits atoms joined by index bonds into connected molecules (Molecule3d), in the order
@@ -235,6 +300,8 @@ class MoleculeSubset : public Molecule {
 // outside the list throw std::invalid_argument naming the bond.
 THandle<std::vector<THandle<Molecule>>> create_molecules(
     std::vector<THandle<Atom>>& atoms, std::vector<THandle<BondData>> const& bonds);
+THandle<std::vector<THandle<Molecule>>> create_molecules(std::vector<THandle<Atom>>& atoms,
+                                                         std::vector<BondData> const& bonds);
 
 // The same, first giving atom i a new site at the orthogonal position points[i] in the
 // cell (its fractional position through the transformation when the handle is not null,
@@ -244,6 +311,9 @@ THandle<std::vector<THandle<Molecule>>> create_molecules(
     Cell const& cell, std::vector<THandle<Atom>>& atoms,
     std::vector<THandle<BondData>> const& bonds, std::vector<Point>& points,
     THandle<Transformation> const& transformation);
+THandle<std::vector<THandle<Molecule>>> create_molecules(
+    Cell const& cell, std::vector<THandle<Atom>>& atoms, std::vector<BondData> const& bonds,
+    std::vector<Point>& points, THandle<Transformation> const& transformation);
 
 // Gives every atom with a site its fractional position from the orthogonal one, through
 // the transformation when the handle is not null, else through the cell.

@@ -4,9 +4,11 @@
 // orders, and this typer sets the double and aromatic bonds of the backbone carbonyl, the
 // side-chain carbonyls and carboxylates and the aromatic rings from the atom names.
 
-#include <map>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "kora/kernel/atom.hpp"
 #include "kora/kernel/bond.hpp"
@@ -64,8 +66,17 @@ class PdbResidueBondTyper {
   void type_carboxylate_(char const* oxygen1, char const* oxygen2, char const* key1,
                          char const* key2);
 
-  std::map<std::string, THandle<Bond>> bonds_;
-  std::map<std::string, THandle<Atom>> atoms_;
+  // The bonds and atoms of the current residue under their keys and base names. A residue
+  // has a few dozen at most, so a list searched from the front is the cheapest map.
+  template <class T>
+  using Keyed = std::vector<std::pair<std::string, T>>;
+  template <class T>
+  static void put_(Keyed<T>& list, std::string const& key, T const& value);
+  template <class T>
+  static T const* find_(Keyed<T> const& list, std::string_view key);
+
+  Keyed<THandle<Bond>> bonds_;
+  Keyed<THandle<Atom>> atoms_;
   int residue_kind_ = 0;
   std::unordered_map<std::string, std::string> converted_;
 };
