@@ -49,7 +49,7 @@ fi
 bash "$root/scripts/install-deps.sh" >&2
 cmake -S "$root" -B "$root/build-bench" -DCMAKE_BUILD_TYPE=Release -DKORA_BUILD_BENCH=ON \
   -DKORA_BUILD_TESTS=OFF >/dev/null
-cmake --build "$root/build-bench" -j2 --target kora kora_read >/dev/null
+cmake --build "$root/build-bench" -j2 --target kora-cli kora_read >/dev/null
 cmake -S "$root/bench/peers" -B "$root/build-peers" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$root/build-peers" -j2 >/dev/null
 kora=$root/build-bench/bin/kora

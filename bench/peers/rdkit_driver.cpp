@@ -90,6 +90,7 @@ int main(int argc, char** argv) {
     } else if (task == "sd-to-sd" && argc >= 4) {
       RDKit::SDMolSupplier supplier(file, false, false, false);
       RDKit::SDWriter writer(argv[3]);
+      writer.setKekulize(false);  // the records are not sanitised
       while (!supplier.atEnd()) {
         std::unique_ptr<RDKit::ROMol> const m = next_molecule(supplier);
         tally.add(m.get());

@@ -37,8 +37,10 @@ bool is_line_end(char c) noexcept {
   return c == '\n' || c == '\r';
 }
 
+}  // namespace
+
 // First LF or CR in [p, end), or end.
-char const* find_line_end(char const* p, char const* end) noexcept {
+char const* detail::find_line_end(char const* p, char const* end) noexcept {
 #if defined(__SSE2__)
   __m128i const lf = _mm_set1_epi8('\n');
   __m128i const cr = _mm_set1_epi8('\r');
@@ -54,8 +56,6 @@ char const* find_line_end(char const* p, char const* end) noexcept {
     ++p;
   return p;
 }
-
-}  // namespace
 
 namespace {
 
@@ -102,7 +102,7 @@ std::istream& read_line(std::istream& is, std::string& line, std::size_t& termin
         }
         continue;
       }
-      char const* stop = find_line_end(begin, end);
+      char const* stop = detail::find_line_end(begin, end);
       line.append(begin, static_cast<std::size_t>(stop - begin));
       extracted = true;
       if (stop == end) {
@@ -141,10 +141,20 @@ std::istream& detail::getline_counted(std::istream& is, std::string& line, std::
 }
 
 std::string_view trim_view(std::string_view text, std::string_view set) noexcept {
-  std::size_t const first = text.find_first_not_of(set);
-  if (first == std::string_view::npos) return {};
-  std::size_t const last = text.find_last_not_of(set);
-  return text.substr(first, last - first + 1);
+  // Sets are a few characters: comparing with each is cheaper than a search call per
+  // character of the text.
+  auto const in_set = [set](char c) {
+    for (char s : set)
+      if (s == c) return true;
+    return false;
+  };
+  std::size_t first = 0;
+  std::size_t last = text.size();
+  while (first < last && in_set(text[first]))
+    ++first;
+  while (last > first && in_set(text[last - 1]))
+    --last;
+  return text.substr(first, last - first);
 }
 
 std::string trim(std::string_view text, std::string_view set) {
@@ -258,5 +268,63 @@ void lower_element_case(std::string& symbol) {
   symbol[0] = ascii_upper(symbol[0]);
   std::transform(symbol.begin() + 1, symbol.end(), symbol.begin() + 1, ascii_lower);
 }
+
+namespace detail {
+
+LineScanner::LineScanner(std::istream& in, std::size_t block)
+    : in_(in),
+      buffer_(std::make_unique_for_overwrite<char[]>(block ? block : 1)),
+      capacity_(block ? block : 1) {}
+
+bool LineScanner::fill_() {
+  if (exhausted_) return false;
+  if (begin_ > 0) {
+    std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+  }
+  if (end_ == capacity_) {
+    auto larger = std::make_unique_for_overwrite<char[]>(2 * capacity_);
+    std::memcpy(larger.get(), buffer_.get(), end_);
+    buffer_ = std::move(larger);
+    capacity_ *= 2;
+  }
+  in_.read(buffer_.get() + end_, static_cast<std::streamsize>(capacity_ - end_));
+  auto const n = static_cast<std::size_t>(in_.gcount());
+  end_ += n;
+  if (n == 0) exhausted_ = true;
+  return n != 0;
+}
+
+bool LineScanner::next(std::string_view& line, std::size_t& consumed) {
+  std::size_t scanned = 0;  // bytes from begin_ known to hold no line end
+  for (;;) {
+    char const* const first = buffer_.get() + begin_;
+    char const* const last = buffer_.get() + end_;
+    char const* const stop = find_line_end(first + scanned, last);
+    if (stop != last && !(*stop == '\r' && stop + 1 == last && !exhausted_)) {
+      std::size_t const length = static_cast<std::size_t>(stop - first);
+      std::size_t const terminator = (*stop == '\r' && stop + 1 != last && stop[1] == '\n') ? 2 : 1;
+      line = std::string_view(first, length);
+      consumed = length + terminator;
+      begin_ += consumed;
+      return true;
+    }
+    // No line end yet, or a CR whose LF may start the next block.
+    scanned = static_cast<std::size_t>(stop - first);
+    if (!fill_()) {
+      if (begin_ == end_) return false;
+      line = std::string_view(buffer_.get() + begin_, end_ - begin_);
+      // A CR alone at the very end is the line's end.
+      bool const cr = line.back() == '\r';
+      if (cr) line.remove_suffix(1);
+      consumed = line.size() + (cr ? 1 : 0);
+      begin_ = end_;
+      return true;
+    }
+  }
+}
+
+}  // namespace detail
 
 }  // namespace kora

@@ -57,7 +57,7 @@ void SDfileDatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifie
     throw std::runtime_error("SDfileDatabase::parse() couldn't retrieve entry " + file_name());
   }
   // Positions are counted from the bytes each line takes, not asked of the stream.
-  std::streampos position = 0;
+  std::streamoff position = 0;
 
   std::vector<DatabaseEntryIdentifier> found_identifiers;
   std::vector<std::streampos> found_positions;
@@ -65,7 +65,7 @@ void SDfileDatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifie
   std::vector<std::streampos> end_positions;
 
   // The current record.
-  std::streampos start = position;
+  std::streamoff start = position;
   std::string identifier = "UNKNWN";
   bool identifier_found = false;
   bool counts_seen = false;
@@ -73,25 +73,16 @@ void SDfileDatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifie
   // Starts of the last four lines, the number of lines of the record so far, and how many
   // of them, from its first, are blank: the name line is the third line before the counts
   // line, and only blank lines may come before the name line.
-  std::array<std::streampos, 4> line_starts{};
+  std::array<std::streamoff, 4> line_starts{};
   long lines = 0;
   long leading_blanks = 0;
 
-  std::string line;
+  detail::LineScanner lines_of(in);
+  std::string_view line;
   std::size_t used = 0;
-  while (!in.eof()) {
-    std::streampos const line_start = position;
-    detail::getline_counted(in, line, used);
+  while (lines_of.next(line, used)) {
+    std::streamoff const line_start = position;
     position += static_cast<std::streamoff>(used);
-    if (used == 0) {
-      if (in.eof()) break;
-      if (!in.good()) {  // nothing read but not at the end: try once more, then give up
-        in.clear();
-        detail::getline_counted(in, line, used);
-        if (used == 0) break;
-        position += static_cast<std::streamoff>(used);
-      }
-    }
     std::string_view const text = trim_view(line, ".\t\r\n");
 
     if (!identifier_found) {

@@ -69,6 +69,54 @@ TEST(SdIndex, OneEntryPerRecordStartingAtItsNameLine) {
             "3D");  // blanks are kept
 }
 
+// The index reads the file in blocks of 1 MiB; record positions must not depend on where
+// the blocks end, even when a block ends between the CR and the LF of a line end.
+TEST(SdIndex, PositionsHoldAcrossReadBlocksWithCrLf) {
+  auto const crlf = [](std::string const& text) {
+    std::string out;
+    for (char c : text) {
+      if (c == '\n') out += '\r';
+      out += c;
+    }
+    return out;
+  };
+  constexpr std::size_t block = std::size_t(1) << 20;
+  std::vector<std::string> records;
+  std::size_t size = 0;
+  while (size < 3 * block) {
+    records.push_back(crlf(record("R" + std::to_string(records.size() + 1), 3)));
+    size += records.back().size();
+  }
+  // Pad the data value of the last record whose value line ends before the first block's
+  // end, so that the CR of that line is the block's last byte.
+  std::size_t offset = 0;
+  for (std::string& r : records) {
+    std::size_t const value = r.find("> <atoms>\r\n") + 11;
+    std::size_t const cr = offset + r.find('\r', value);
+    if (cr < block - 1 && cr + r.size() >= block - 1) {
+      r.insert(value, block - 1 - cr, ' ');
+      break;
+    }
+    offset += r.size();
+  }
+  std::string text;
+  std::vector<std::size_t> starts;
+  for (std::string const& r : records) {
+    starts.push_back(text.size());
+    text += r;
+  }
+  ASSERT_EQ(text[block - 1], '\r');
+  ASSERT_EQ(text[block], '\n');
+  ScratchFile const file(text);
+  SdDatabase const db(file.path(), FileFormat::verbatim_identifiers);
+  ASSERT_EQ(db.size(), static_cast<int>(starts.size()));
+  for (std::size_t i = 0; i < starts.size(); ++i) {
+    ASSERT_EQ(db.position(static_cast<int>(i)), std::streampos(starts[i])) << i;
+    ASSERT_EQ(db.identifier(static_cast<int>(i)).str(), "R" + std::to_string(i + 1));
+  }
+  EXPECT_EQ(db.entry(db.size() - 1)->crystal_maker()->nmolecules(), 3);
+}
+
 TEST(SdIndex, MolFileWithoutTerminatorIsOneRecord) {
   std::string text = record("single", 2);
   ScratchFile const file(text.substr(0, text.find("> <atoms>")), ".mol");
