@@ -1,5 +1,7 @@
 #include "kora/kernel/molecule.hpp"
 
+#include "kernel/handle_arena.hpp"
+
 #include <numeric>
 #include <stdexcept>
 #include <string>
@@ -72,15 +74,16 @@ Molecule3d::Molecule3d(THandle<std::vector<THandle<Atom>>> const& atoms,
   }
   adjacency_.reset(atoms_.size());
   if (bonds) {
-    bonds_.reserve(bonds->size());
-    adjacency_.reserve_bonds(bonds->size());
-    int k = 0;
+    std::vector<BondData> values;
+    values.reserve(bonds->size());
     for (THandle<BondData> const& b : *bonds) {
-      if (!b) throw std::invalid_argument("Molecule3d: bond " + std::to_string(k) + " is null");
-      check_bond(k, b->atom1(), b->atom2(), natoms());
-      add_bond(b->atom1(), b->atom2(), b->type());
-      ++k;
+      if (!b) {
+        throw std::invalid_argument("Molecule3d: bond " + std::to_string(values.size()) +
+                                    " is null");
+      }
+      values.push_back(*b);
     }
+    add_bonds_(values);
   }
   renumber_();
 }
@@ -100,11 +103,12 @@ Molecule3d::Molecule3d(std::vector<THandle<Atom>> atoms, std::vector<BondData> c
 void Molecule3d::add_bonds_(std::vector<BondData> const& bonds) {
   bonds_.reserve(bonds_.size() + bonds.size());
   adjacency_.reserve_bonds(bonds_.size() + bonds.size());
+  detail::HandleArena<Bond> made(bonds.size());
   for (BondData const& b : bonds) {
     check_bond(nbonds(), b.atom1(), b.atom2(), natoms());
     std::size_t const a1 = static_cast<std::size_t>(b.atom1());
     std::size_t const a2 = static_cast<std::size_t>(b.atom2());
-    bonds_.push_back({b.atom1(), b.atom2(), make_handle<Bond>(atoms_[a1], atoms_[a2], b.type())});
+    bonds_.push_back({b.atom1(), b.atom2(), made.make(atoms_[a1], atoms_[a2], b.type())});
     adjacency_.add_bond(b.atom1(), b.atom2());
   }
 }
@@ -344,10 +348,11 @@ void place_atoms(Cell const& cell, std::vector<THandle<Atom>>& atoms, std::vecto
     throw std::invalid_argument("create_molecules: " + std::to_string(points.size()) +
                                 " positions for " + std::to_string(atoms.size()) + " atoms");
   }
+  detail::HandleArena<Site> sites(atoms.size());
   for (std::size_t i = 0; i < atoms.size(); ++i) {
     Point const& p = points[i];
     Point const fractional = transformation ? (*transformation)(p) : cell.fractional(p);
-    atoms[i]->set_site(make_handle<Site>(fractional, p, 1.0));
+    atoms[i]->set_site(sites.make(fractional, p, 1.0));
   }
 }
 

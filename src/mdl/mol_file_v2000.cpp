@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kernel/handle_arena.hpp"
 #include "kora/kernel/string_functions.hpp"
 #include "kora/mdl/mol_file.hpp"
 #include "mdl/mdl_text.hpp"
@@ -84,6 +85,8 @@ void MolFile::read_V2000(std::istream& is) {
   atoms->reserve(static_cast<std::size_t>(std::clamp(natoms, 0, plausible)));
   coordinates.reserve(static_cast<std::size_t>(std::clamp(natoms, 0, plausible)));
   bonds.reserve(static_cast<std::size_t>(std::clamp(nbonds, 0, plausible)));
+  detail::HandleArena<FileOrderedAtom3d> made(
+      static_cast<std::size_t>(std::clamp(natoms, 0, plausible)));
 
   int k = 0;  // non-empty lines read
   int zero_z = 0;
@@ -110,8 +113,8 @@ void MolFile::read_V2000(std::istream& is) {
       if (symbol == "H" && c_int(column(line, 34, 2)) == 1) symbol = "D";
       verify_symbol(symbol);
       int const n = static_cast<int>(atoms->size()) + 1;
-      auto const atom = make_handle<FileOrderedAtom3d>(n, detail::element_of_symbol(symbol),
-                                                       symbol + int_to_string(n), THandle<Site>());
+      auto const atom = made.make(n, detail::element_of_symbol(symbol), symbol + int_to_string(n),
+                                  THandle<Site>());
       int const charge = detail::formal_charge_of_code(c_int(column(line, 36, 3)));
       atom->set_formal_charge(static_cast<std::int16_t>(charge));
       atoms->push_back(THandle<Atom>(atom));
