@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kernel/handle_arena.hpp"
 #include "kora/kernel/bond_detector.hpp"
 #include "kora/kernel/string_functions.hpp"
 #include "kora/pdb/pdb_file.hpp"
@@ -194,6 +195,9 @@ struct PdbFile::ReadState {
   std::array<double, 12> scale{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0};
   THandle<Transformation> scale_transformation;
   std::string label;  // reused for every atom
+  detail::HandleArena<FileOrderedProteinAtom> protein_atoms;
+  detail::HandleArena<FileOrderedAtom3d> other_atoms;
+  detail::HandleArena<Site> sites;
 
   // A new model: no atoms, bonds, serials or residues yet. A model after ENDMDL is read as
   // the first one is, with indexes of its own.
@@ -217,16 +221,16 @@ struct PdbFile::ReadState {
     label.append(r.alternate_location);
     THandle<Atom> atom;
     if (r.residue_name.empty()) {
-      atom = make_handle<FileOrderedAtom3d>(r.serial, element, label, THandle<Site>());
+      atom = other_atoms.make(r.serial, element, label, THandle<Site>());
     } else {
       std::string residue_label(r.residue_name);
       if (r.residue_number != 0) residue_label += int_to_string(r.residue_number);
-      atom = make_handle<FileOrderedProteinAtom>(r.serial, element, label, std::move(residue_label),
-                                                 THandle<Site>());
+      atom =
+          protein_atoms.make(r.serial, element, label, std::move(residue_label), THandle<Site>());
     }
     atom->set_formal_charge(r.charge);
     Point const p(r.x, r.y, r.z);
-    atom->set_site(make_handle<Site>(p, p, r.occupancy));
+    atom->set_site(sites.make(p, p, r.occupancy));
     track_residue(atom, r, hetatm);
   }
 
