@@ -55,28 +55,28 @@ long long leading_digit_exponent(std::string_view text) noexcept {
 
 std::from_chars_result from_chars_double(char const* first, char const* last,
                                          double& value) noexcept {
-  static constexpr double powers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                      1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  static constexpr double powers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                      1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
   char const* p = first;
   bool const negative = p != last && *p == '-';
   if (negative) ++p;
+  auto const digit = [](char c) { return static_cast<unsigned>(c - '0') < 10; };
   std::uint64_t mantissa = 0;
-  int digits = 0;    // significant digits, leading zeros not counted
-  int decimals = 0;  // digits after the point
-  int seen = 0;      // all digits
-  for (; p != last && static_cast<unsigned>(*p - '0') < 10; ++p, ++seen) {
+  char const* const whole = p;
+  for (; p != last && digit(*p); ++p)
     mantissa = mantissa * 10 + static_cast<unsigned>(*p - '0');
-    if (mantissa != 0) ++digits;
-  }
+  std::ptrdiff_t digits = p - whole;
+  std::ptrdiff_t decimals = 0;
   if (p != last && *p == '.') {
-    for (++p; p != last && static_cast<unsigned>(*p - '0') < 10; ++p, ++seen, ++decimals) {
+    char const* const fraction = ++p;
+    for (; p != last && digit(*p); ++p)
       mantissa = mantissa * 10 + static_cast<unsigned>(*p - '0');
-      if (mantissa != 0) ++digits;
-    }
+    decimals = p - fraction;
+    digits += decimals;
   }
+  // At most 15 digits in all (so at most 15 significant ones) and no exponent: exact.
   bool const exponent = p != last && (*p == 'e' || *p == 'E');
-  if (seen == 0 || exponent || digits > 15 || decimals > 22) {
+  if (digits == 0 || digits > 15 || exponent) {
     return std::from_chars(first, last, value, std::chars_format::general);
   }
   double const magnitude = static_cast<double>(mantissa) / powers[decimals];

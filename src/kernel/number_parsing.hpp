@@ -18,9 +18,9 @@ bool parse_int(std::string_view text, int& value) noexcept;
 bool parse_double(std::string_view text, double& value) noexcept;
 
 // std::from_chars for doubles in the general format, with the same result in every case,
-// faster on the plain decimals of coordinate columns ("-12.3456"): up to 15 significant
-// digits and 22 decimals without an exponent are exact as an integer divided by a power of
-// ten, which rounds once, correctly. Anything else goes to std::from_chars.
+// faster on the plain decimals of coordinate columns ("-12.3456"): up to 15 digits without
+// an exponent are exact as an integer divided by a power of ten, which rounds once,
+// correctly. Anything else goes to std::from_chars.
 std::from_chars_result from_chars_double(char const* first, char const* last,
                                          double& value) noexcept;
 
