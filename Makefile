@@ -1,13 +1,14 @@
 # Short commands for the README. Each installs missing system packages first.
 BUILD_DIR ?= build
 ASAN_DIR ?= build-sanitize
+TSAN_DIR ?= build-tsan
 BENCH_DIR ?= build-bench
 JOBS ?= 2
 # CI (which sets CI=true) builds with warnings as errors.
 WERROR ?= $(if $(CI),ON,OFF)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build test test-sanitize demo bench format clean
+.PHONY: all deps build test test-sanitize test-tsan demo bench format clean
 
 all: build
 
@@ -27,6 +28,14 @@ test-sanitize: deps
 	cmake --build $(ASAN_DIR) -j$(JOBS)
 	cd $(ASAN_DIR) && ctest --output-on-failure -j$(JOBS)
 
+# ThreadSanitizer: only the library and the tests that read from several threads at once, so
+# that CI stays quick. --no-tests=error fails the target if the filter matches nothing.
+test-tsan: deps
+	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORA_TSAN=ON \
+	  -DKORA_BUILD_TOOLS=OFF -DKORA_WERROR=$(WERROR) $(CMAKE_FLAGS)
+	cmake --build $(TSAN_DIR) -j$(JOBS) --target kora_tests
+	cd $(TSAN_DIR) && ctest --output-on-failure --no-tests=error -j$(JOBS) -R ConcurrentRead
+
 demo: build
 	bash scripts/demo.sh $(BUILD_DIR)/bin/kora
 
@@ -45,4 +54,4 @@ format:
 	git ls-files '*.hpp' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(BENCH_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(BENCH_DIR)

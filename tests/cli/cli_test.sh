@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Drives the kora program: output formats, exit statuses, JSON keys, --keep-going and
-# conversions between every pair of formats, read back with the same atom and bond counts.
+# Drives the kora program: output formats, exit statuses, JSON keys, --keep-going,
+# conversions between every pair of formats (read back with the same atom and bond counts),
+# and failures to write or read (a full disk, folders, pipes, links, devices).
 #   cli_test.sh KORA EXAMPLES_DIR
 set -uo pipefail
 kora=$1
@@ -104,6 +105,73 @@ for i in $(seq 30); do cat "$examples/drugs.sdf"; done >"$work/big.sdf"
 status=${PIPESTATUS[0]}
 check "closed pipe exits 1" test "$status" -eq 1
 check "closed pipe reported" grep -q "write error" "$work/pipe.err"
+
+# output faults: the error is on standard error, the status is 1, an existing OUT keeps every
+# byte and no temporary file is left beside it
+sum_of() { cksum <"$1"; }
+temporaries() { find "$work" -name '*.kora-*' | wc -l; }
+cp "$examples/drugs.mol2" "$work/existing.mol2"
+before=$(sum_of "$work/existing.mol2")
+# a full disk: past a 4 KiB file size limit writes fail (SIGXFSZ ignored, so it is an error)
+(trap '' XFSZ; ulimit -f 4; exec "$kora" convert "$work/big.sdf" "$work/existing.mol2") 2>"$work/full.err"
+status=$?
+check "full disk exits 1" test "$status" -eq 1
+check "full disk reported" grep -q "existing.mol2: write error: File too large" "$work/full.err"
+check "full disk leaves OUT" test "$(sum_of "$work/existing.mol2")" = "$before"
+check "full disk leaves no temporary" test "$(temporaries)" -eq 0
+# an entry that cannot be read, after others were written
+check "failing input exits 1" test "$(status_of "$kora" convert "$work/bad.sdf" "$work/existing.mol2")" -eq 1
+check "failing input leaves OUT" test "$(sum_of "$work/existing.mol2")" = "$before"
+# no temporary file can be made: a missing folder, or (unless root) a read-only one
+"$kora" convert "$examples/drugs.sdf" "$work/missing/out.mol2" 2>"$work/nodir.err"
+check "missing folder exits 1" test $? -eq 1
+check "missing folder reported" grep -q "out.mol2: cannot write: No such file or directory" "$work/nodir.err"
+if [ "$(id -u)" -ne 0 ]; then
+  mkdir "$work/locked" && cp "$examples/drugs.mol2" "$work/locked/out.mol2" && chmod 555 "$work/locked"
+  check "read-only folder exits 1" test "$(status_of "$kora" convert "$examples/drugs.sdf" "$work/locked/out.mol2")" -eq 1
+  check "read-only folder leaves OUT" test "$(sum_of "$work/locked/out.mol2")" = "$before"
+  chmod 755 "$work/locked"
+fi
+# OUT is a folder
+mkdir "$work/folder.mol2"
+"$kora" convert "$examples/drugs.sdf" "$work/folder.mol2" 2>"$work/folder.err"
+check "folder as OUT exits 1" test $? -eq 1
+check "folder as OUT reported" grep -q "folder.mol2: cannot write" "$work/folder.err"
+check "folder as OUT stays an empty folder" test -d "$work/folder.mol2" -a -z "$(ls -A "$work/folder.mol2")"
+# through a symbolic link the file it leads to is replaced and the link kept
+cp "$examples/drugs.mol2" "$work/linked.mol2"
+ln -s linked.mol2 "$work/link.mol2"
+check "convert through a link" "$kora" convert "$examples/peptide.pdb" "$work/link.mol2"
+check "link kept" test -L "$work/link.mol2"
+check "linked file replaced" test "$(grep -c '@<TRIPOS>MOLECULE' "$work/linked.mol2")" -eq 1
+# a named pipe is written into, not replaced by a regular file (a reader with a time limit
+# keeps a failure from hanging the test)
+mkfifo "$work/pipe.mol2"
+timeout 20 cat "$work/pipe.mol2" >"$work/pipe.out" &
+reader=$!
+"$kora" convert "$examples/drugs.sdf" "$work/pipe.mol2"
+status=$?
+wait "$reader"
+check "named pipe exits 0" test "$status" -eq 0
+check "named pipe stays a pipe" test -p "$work/pipe.mol2"
+check "named pipe carries every entry" test "$(grep -c '@<TRIPOS>MOLECULE' "$work/pipe.out")" -eq 5
+# /dev/full, only once a pipe was seen to be written in place: the same code replacing the
+# device would be a disaster when the tests run as root
+if [ -p "$work/pipe.mol2" ] && [ -c /dev/full ] && [ -w /dev/full ]; then
+  "$kora" convert "$examples/drugs.sdf" /dev/full --to mol2 2>"$work/devfull.err"
+  check "/dev/full exits 1" test $? -eq 1
+  check "/dev/full reported" grep -q "/dev/full: write error: No space left on device" "$work/devfull.err"
+  check "/dev/full is still the device" test -c /dev/full
+fi
+
+# input faults
+"$kora" convert "$work/folder.mol2" "$work/x.sdf" 2>"$work/input.err"
+check "folder as IN exits 1" test $? -eq 1
+check "folder as IN reported" grep -q "folder.mol2: no such file" "$work/input.err"
+if [ "$(id -u)" -ne 0 ]; then
+  cp "$examples/drugs.sdf" "$work/unreadable.sdf" && chmod 000 "$work/unreadable.sdf"
+  check "unreadable IN exits 1" test "$(status_of "$kora" info "$work/unreadable.sdf")" -eq 1
+fi
 
 echo "cli: $passes passed, $failures failed"
 [ "$failures" -eq 0 ]

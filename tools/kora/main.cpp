@@ -160,13 +160,29 @@ int run_info(std::string const& file, std::string const& from, bool short_ids,
 }
 
 // Writes into a temporary file beside the target and renames it over the target only when
-// everything was written; standard output is written directly.
+// everything was written. Standard output, and targets that are not regular files (devices
+// such as /dev/full or /dev/stdout, named pipes), are written directly: renaming over them
+// would replace the device or pipe itself.
 class Output {
  public:
   explicit Output(std::string const& target) : target_(target) {
     if (target_ == "-") return;
-    fs::path const dir = fs::absolute(target_).parent_path();
-    std::string pattern = (dir / (fs::path(target_).filename().string() + ".kora-XXXXXX")).string();
+    std::error_code ec;
+    fs::file_status const status = fs::status(target_, ec);  // follows symbolic links
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+      file_.open(target_, std::ios::binary);
+      if (!file_) throw Failure(target_ + ": cannot write: " + std::strerror(errno));
+      return;
+    }
+    // Through a symbolic link, the file it leads to is replaced and the link kept.
+    fs::path path = target_;
+    if (fs::is_symlink(fs::symlink_status(target_, ec))) {
+      fs::path const real = fs::canonical(target_, ec);
+      if (!ec) path = real;
+    }
+    path_ = path.string();
+    fs::path const dir = fs::absolute(path).parent_path();
+    std::string pattern = (dir / (path.filename().string() + ".kora-XXXXXX")).string();
     int const fd = mkstemp(pattern.data());
     if (fd < 0) throw Failure(target_ + ": cannot write: " + std::strerror(errno));
     close(fd);
@@ -187,15 +203,17 @@ class Output {
     if (target_ == "-") return;
     file_.close();
     if (!file_) throw Failure(target_ + ": write error: " + std::strerror(errno));
+    if (temporary_.empty()) return;  // written directly
     std::error_code ec;
-    fs::rename(temporary_, target_, ec);
+    fs::rename(temporary_, path_, ec);
     if (ec) throw Failure(target_ + ": cannot write: " + ec.message());
     temporary_.clear();
   }
 
  private:
   std::string target_;
-  std::string temporary_;
+  std::string path_;       // the file replaced: the target, or the file its link leads to
+  std::string temporary_;  // empty when the target is written directly
   std::ofstream file_;
 };
 

@@ -4,9 +4,12 @@
 // read one entry at a time by seeking to the entry and reading it with the format's file
 // object.
 
+#include <algorithm>
+#include <cstdint>
 #include <exception>
 #include <fstream>
 #include <ios>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -47,13 +50,59 @@ class FlatFileDatabaseIndex {
   virtual std::streampos position(int i) const = 0;
 };
 
+// What a file was when it was examined: its kind, size, last modification time and identity
+// (device and inode). A database compares the file with the state it had when it was
+// indexed before every read, since the positions of its entries hold only for that file.
+struct FileState {
+  enum Kind { missing, regular, other };  // missing: absent or cannot be examined
+
+  Kind kind = missing;
+  std::uintmax_t size = 0;
+  std::int64_t modified = 0;  // nanoseconds since the epoch
+  std::uintmax_t device = 0;
+  std::uintmax_t inode = 0;
+
+  // The state of the file a name leads to (symbolic links are followed).
+  static FileState of(std::string const& file_name) noexcept;
+  bool operator==(FileState const&) const = default;
+};
+
+namespace detail {
+
+// Byte ranges of a file, read through one descriptor opened at the first read and kept open.
+class FileBytes {
+ public:
+  explicit FileBytes(std::string file_name) : file_name_(std::move(file_name)) {}
+  ~FileBytes();
+  FileBytes(FileBytes const&) = delete;
+  FileBytes& operator=(FileBytes const&) = delete;
+
+  // Bytes [begin, end) of the file into `text`. Failure when the file cannot be opened;
+  // short when it ends before `end`.
+  enum Result { complete, failure, short_read };
+  Result read(std::int64_t begin, std::int64_t end, std::string& text) const;
+
+ private:
+  std::string file_name_;
+  mutable int descriptor_ = -1;
+};
+
+}  // namespace detail
+
+// Reading is done with one file object per database: a database may be read from one thread
+// at a time. Several databases over the same file may be read from different threads.
 template <class Entry, class Reader, class File>
 class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
  public:
-  // Indexes the file with Reader(file_name, reader_arguments...); its errors pass through.
+  // Indexes the file with Reader(file_name, reader_arguments...); its errors pass through. A
+  // name that leads to anything but a regular file (a directory, a device, a pipe) throws
+  // database_error: entries are read by seeking.
   template <class... ReaderArguments>
   explicit FlatFileDatabase(std::string const& file_name, ReaderArguments&&... reader_arguments)
-      : file_name_(file_name), file_(make_handle<File>()) {
+      : file_name_(file_name), state_(FileState::of(file_name)), file_(make_handle<File>()) {
+    if (state_.kind == FileState::other) {
+      throw database_error("FlatFileDatabase: " + file_name + " is not a regular file");
+    }
     auto const reader =
         make_handle<Reader>(file_name, std::forward<ReaderArguments>(reader_arguments)...);
     reader->parse(identifiers_, positions_);
@@ -79,14 +128,42 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   }
   void flush() override {}
 
+  // Entry i, read from the file. The file must be as it was when it was indexed (same size,
+  // modification time and identity): a file rewritten, truncated, extended or replaced since
+  // then throws database_error rather than giving whatever now stands at the old position.
+  //
+  // The entry's bytes (up to the next entry's start) are read in one piece into memory and
+  // parsed from there.
   THandle<Entry> entry(int i) const override {
     std::size_t const k = checked_(i);
-    std::ifstream in(file_name_, std::ios::binary);
-    if (!in) throw database_error("FlatFileDatabase::entry(): couldn't open file");
+    FileState const now = FileState::of(file_name_);
+    if (now.kind == FileState::missing) {
+      throw database_error("FlatFileDatabase::entry(): couldn't open file");
+    }
+    auto const changed = [&] {
+      return database_error("FlatFileDatabase::entry: couldn't retrieve entry " +
+                            std::to_string(i) + ": " + file_name_ +
+                            " has changed since it was indexed");
+    };
+    if (now != state_) throw changed();
+    auto const begin = static_cast<std::int64_t>(std::streamoff(positions_[k]));
+    auto const end = k + 1 < positions_.size()
+                         ? static_cast<std::int64_t>(std::streamoff(positions_[k + 1]))
+                         : static_cast<std::int64_t>(state_.size);
+    switch (bytes_.read(begin, std::max(begin, end), text_)) {
+      case detail::FileBytes::failure:
+        throw database_error("FlatFileDatabase::entry(): couldn't open file");
+      case detail::FileBytes::short_read:
+        throw changed();
+      case detail::FileBytes::complete:
+        break;
+    }
+    input_.clear();
+    input_.str(std::move(text_));
     try {
       file_->clear();
-      in.seekg(positions_[k]);
-      file_->read(in);
+      file_->read(input_);
+      text_ = std::move(input_).str();  // keeps the buffer for the next entry
       THandle<MoleculeFile> const file = file_;
       THandle<Entry> const result = file->database_entry();
       result->set_identifier(identifiers_[k]);
@@ -111,9 +188,13 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   }
 
   std::string file_name_;
+  FileState state_;  // taken before indexing, so a change during indexing is noticed too
   std::vector<DatabaseEntryIdentifier> identifiers_;
   std::vector<std::streampos> positions_;
   THandle<File> file_;
+  detail::FileBytes bytes_{file_name_};
+  mutable std::string text_;          // the bytes of the entry being read
+  mutable std::istringstream input_;  // reads them
 };
 
 }  // namespace kora
