@@ -59,10 +59,28 @@ void SDfileDatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifie
   // Positions are counted from the bytes each line takes, not asked of the stream.
   std::streamoff position = 0;
 
-  std::vector<DatabaseEntryIdentifier> found_identifiers;
-  std::vector<std::streampos> found_positions;
-  std::vector<DatabaseEntryIdentifier> end_identifiers;  // records ended by "M  END"
+  // Two lists are kept: records closed by "$$$$" after a counts line (written straight into
+  // the caller's lists), and every "M  END" (one per record in a well-formed file). The
+  // second is taken when the two differ in length. While every record has exactly one of
+  // each, at the same start, the lists are equal and the second exists only as a count:
+  // it is written out at the first record where they part.
+  std::size_t const base = identifiers.size();
+  bool parted = false;
+  std::vector<DatabaseEntryIdentifier> end_identifiers;  // once parted
   std::vector<std::streampos> end_positions;
+  std::vector<std::streamoff> record_ends;  // "M  END" starts of the current record
+  auto const part = [&] {
+    parted = true;
+    end_identifiers.assign(identifiers.begin() + static_cast<std::ptrdiff_t>(base),
+                           identifiers.end());
+    end_positions.assign(positions.begin() + static_cast<std::ptrdiff_t>(base), positions.end());
+  };
+  auto const add_record_ends = [&](std::string const& id) {
+    for (std::streamoff const at : record_ends) {
+      end_positions.emplace_back(at);
+      end_identifiers.push_back(entry_identifier(id));
+    }
+  };
 
   // The current record.
   std::streamoff start = position;
@@ -109,13 +127,16 @@ void SDfileDatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifie
 
     if (detail::begins_with(text, "M  END")) {
       end_seen = true;
-      end_positions.push_back(start);
-      end_identifiers.push_back(entry_identifier(identifier));
+      record_ends.push_back(start);
     } else if (detail::begins_with(text, "$$$$")) {
+      bool const same = counts_seen && record_ends.size() == 1 && record_ends.front() == start;
+      if (!parted && !same) part();
+      if (parted) add_record_ends(identifier);
       if (counts_seen) {
-        found_positions.push_back(start);
-        found_identifiers.push_back(entry_identifier(identifier));
+        positions.emplace_back(start);
+        identifiers.push_back(entry_identifier(identifier));
       }
+      record_ends.clear();
       start = position;
       identifier = "UNKNWN";
       identifier_found = false;
@@ -126,17 +147,25 @@ void SDfileDatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifie
     }
   }
 
-  if (found_positions.empty() && end_positions.empty()) {
+  // A last record without "$$$$".
+  if (!record_ends.empty()) {
+    if (!parted) part();
+    add_record_ends(identifier);
+  }
+  std::size_t const found = identifiers.size() - base;
+  std::size_t const ended = parted ? end_identifiers.size() : found;
+  if (found == 0 && ended == 0) {
     throw std::runtime_error(
         "SDfileDatabase::SDfileDatabase(const std::string& filename): could not read data in "
         "file.");
   }
-  if (found_positions.size() != end_positions.size()) {
-    found_positions.swap(end_positions);
-    found_identifiers.swap(end_identifiers);
+  if (found != ended) {
+    identifiers.resize(base);
+    positions.resize(base);
+    identifiers.insert(identifiers.end(), std::make_move_iterator(end_identifiers.begin()),
+                       std::make_move_iterator(end_identifiers.end()));
+    positions.insert(positions.end(), end_positions.begin(), end_positions.end());
   }
-  identifiers.insert(identifiers.end(), found_identifiers.begin(), found_identifiers.end());
-  positions.insert(positions.end(), found_positions.begin(), found_positions.end());
 }
 
 }  // namespace kora

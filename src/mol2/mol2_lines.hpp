@@ -14,9 +14,16 @@
 
 namespace kora::detail {
 
+// How many lines past the end of the stream a section may be short: a file cut off is read
+// with its missing lines as defaults, but a count far beyond what the file holds would make
+// a few bytes of input cost gigabytes. Beyond this many, and beyond as many as were read, the
+// section is refused.
+inline constexpr int missing_lines_allowed = 1000;
+
 // Reads `count` lines (none for 0 or less) into `lines`, reusing one line buffer. A count
 // above `maximum` is refused before anything is allocated; lines past the end of the stream
-// are one shared line of defaults.
+// are one shared line of defaults, unless more are missing than missing_lines_allowed and
+// than were read.
 template <class Line>
 void read_section_lines(std::istream& is, int count, int maximum, char const* where,
                         char const* what, std::vector<THandle<Line>>& lines) {
@@ -30,6 +37,12 @@ void read_section_lines(std::istream& is, int count, int maximum, char const* wh
   THandle<Line> blank;
   for (int i = 0; i < count; ++i) {
     if (!is.good()) {
+      int const missing = count - i;
+      if (missing > missing_lines_allowed && missing > i) {
+        throw std::runtime_error(std::string(where) + ": the file ends " + int_to_string(missing) +
+                                 " " + what + " short of the " + int_to_string(count) +
+                                 " the molecule announces");
+      }
       if (!blank) {
         blank = make_handle<Line>();
         blank->read(is, buffer);

@@ -261,6 +261,11 @@ TEST(BadInput, AbsurdCounts) {
   EXPECT_EQ(outcome<Mol2File>(announcing_5), "5 atoms (O H H ? ?), 0 bonds");
   EXPECT_EQ(outcome<Mol2File>(announcing_5.substr(0, announcing_5.find("@<TRIPOS>BOND"))),
             "5 atoms (O H H ? ?), 0 bonds");
+  // But not a count far beyond what the file holds: a few hundred bytes must not become
+  // millions of blank atoms.
+  EXPECT_EQ(outcome<Mol2File>(replaced(mol2_water, " 3 2 0 0 0", " 9999999 2 0 0 0")),
+            "runtime_error: Mol2Atom::read: the file ends 9999992 atoms short of the 9999999 the "
+            "molecule announces");
   // V2000 counts are three columns wide: "999999999" reads as 999 atoms and 999 bonds.
   EXPECT_EQ(outcome<MolFile>(replaced(mol_water, "  3  2  0  0", "999999999  0")),
             "runtime_error: Atom block incomplete - not enough atom lines");
