@@ -8,7 +8,7 @@ JOBS ?= 2
 WERROR ?= $(if $(CI),ON,OFF)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build test test-sanitize test-tsan demo bench format clean
+.PHONY: all deps build test test-sanitize test-tsan fuzz demo bench compare format clean
 
 all: build
 
@@ -36,6 +36,17 @@ test-tsan: deps
 	cmake --build $(TSAN_DIR) -j$(JOBS) --target kora_tests
 	cd $(TSAN_DIR) && ctest --output-on-failure --no-tests=error -j$(JOBS) -R ConcurrentRead
 
+# The libFuzzer harnesses (clang), each for FUZZ_SECONDS on its seeds; a crash, sanitizer
+# report, slow input or runaway memory fails the target and leaves the input in
+# build-fuzz/findings/.
+FUZZ_SECONDS ?= 60
+fuzz:
+	bash fuzz/run.sh $(FUZZ_SECONDS)
+
+# kora against RDKit, Open Babel and gemmi (installs them; about 35 minutes).
+compare:
+	bash bench/compare_peers.sh
+
 demo: build
 	bash scripts/demo.sh $(BUILD_DIR)/bin/kora
 
@@ -54,4 +65,4 @@ format:
 	git ls-files '*.hpp' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(BENCH_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(BENCH_DIR) build-fuzz build-peers

@@ -3,7 +3,12 @@
 # are missing. Safe to run any number of times.
 set -euo pipefail
 
+#   install-deps.sh           what building and testing need
+#   install-deps.sh --fuzz    also clang and its sanitizer runtimes, for the fuzzers
 packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev libcli11-dev nlohmann-json3-dev)
+if [ "${1:-}" = "--fuzz" ]; then
+  packages+=(clang-14 libclang-rt-14-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -653,12 +653,31 @@ bool CrystalBuilder::prepare() {
     inverse_rotations_.push_back(Matrix<int, 3, 3>::identity());
   }
   if (!rotations_form_a_group_()) return false;
+  // The operators must keep the cell's distances (within 1%): operators of a cubic group on a
+  // cell with three different lengths, say, would map bonds onto non-bonds and grow
+  // molecules without sense.
+  auto const metric = [](Matrix<double, 3, 3> const& m) {
+    Matrix<double, 3, 3> g;
+    for (std::size_t i = 0; i < 3; ++i)
+      for (std::size_t j = 0; j < 3; ++j)
+        for (std::size_t k = 0; k < 3; ++k)
+          g(i, j) += m(k, i) * m(k, j);
+    return g;
+  };
+  Matrix<double, 3, 3> const cell_metric = metric(cell_.fractional_to_orthogonal());
+  double largest = 0.0;
+  for (std::size_t i = 0; i < 9; ++i)
+    largest = std::max(largest, std::fabs(cell_metric(i / 3, i % 3)));
   for (Affine const& op : operators_) {
     Matrix<double, 3, 3> rotation;
     for (std::size_t i = 0; i < 3; ++i)
       for (std::size_t j = 0; j < 3; ++j)
         rotation(i, j) = op.r(i, j);
     orthogonal_rotations_.push_back(cell_.fractional_to_orthogonal() * rotation);
+    Matrix<double, 3, 3> const moved = metric(orthogonal_rotations_.back());
+    for (std::size_t i = 0; i < 9; ++i)
+      if (!(std::fabs(moved(i / 3, i % 3) - cell_metric(i / 3, i % 3)) <= 0.01 * largest))
+        return false;
   }
 
   // Around a point y = op^-1(x), an image op(p + t) lies within `width` of x when

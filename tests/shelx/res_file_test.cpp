@@ -184,6 +184,24 @@ TEST(ResFile, SiteOrderAndCompleteMolecules) {
   EXPECT_EQ(file.molecule()->natoms(), 4);
 }
 
+// Symmetry completes molecules only when the operators keep the cell's distances: P4 on a
+// square cell grows a ring of four images of C1; on a cell whose a and b differ (a damaged
+// file, say) the operators would map bonds onto non-bonds, so the atoms are taken as given.
+TEST(ResFile, OperatorsMustKeepTheCell) {
+  auto const p4 = [](char const* cell) {
+    return read(std::string("CELL 0.71073 ") + cell +
+                " 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM -X,-Y,Z\nSYMM Y,-X,Z\nSFAC C\n"
+                "C1 1 0.15 0.0 0.0 11 0.03\n");
+  };
+  ResFile const square = p4("5 5 7");
+  ASSERT_EQ(square.molecules()->size(), 1u);
+  EXPECT_EQ((*square.molecules())[0]->natoms(), 4);
+  EXPECT_EQ((*square.molecules())[0]->nbonds(), 6);  // the diagonal pairs too, 1.5 A apart
+  ResFile const damaged = p4("5 6 7");
+  ASSERT_EQ(damaged.molecules()->size(), 1u);
+  EXPECT_EQ((*damaged.molecules())[0]->natoms(), 1);
+}
+
 TEST(ResFile, WriteThenReadGivesTheSameStructure) {
   ResFile const original = read(
       "TITL round trip\nCELL 0.71073 7.5(2) 8.25 9.125 90 101.5(3) 90\nZERR 4 0.002 0.001 0.001 "
