@@ -591,8 +591,10 @@ class CrystalBuilder {
   std::vector<Affine> from_representative_;   // per given atom: x = this(x of representative)
   LinkTable links_;                           // per representative
   std::vector<std::array<double, 3>> reach_;  // per operator: fractional search half-widths
-  std::vector<bool> covered_;                 // per representative
-  std::vector<bool> given_used_;              // per given atom
+  // The largest fractional component of a vector shorter than same_position_tolerance.
+  std::array<double, 3> same_position_reach_{};
+  std::vector<bool> covered_;     // per representative
+  std::vector<bool> given_used_;  // per given atom
   std::size_t copies_left_ = 0;
 
   // The molecule being grown.
@@ -684,6 +686,11 @@ bool CrystalBuilder::prepare() {
   // |M R (p + t - y)| < width; each fractional component of p + t - y is then bounded by
   // width times the norm of the matching row of (M R)^-1 = R^-1 M^-1.
   Matrix<double, 3, 3> const& to_fractional = cell_.orthogonal_to_fractional();
+  for (std::size_t a = 0; a < 3; ++a) {
+    same_position_reach_[a] =
+        same_position_tolerance * (1.0 + 1e-9) *
+        std::hypot(to_fractional(a, 0), to_fractional(a, 1), to_fractional(a, 2));
+  }
   double const search = std::max(width, same_position_tolerance) * (1.0 + 1e-9);
   for (Matrix<int, 3, 3> const& inverse : inverse_rotations_) {
     Matrix<double, 3, 3> m;
@@ -861,12 +868,15 @@ int CrystalBuilder::member_at_(int atom, Affine const& g) {
   for (int m : members_of_[std::size_t(atom)]) {
     Vector<double, 3> d = p - members_[std::size_t(m)].fractional;
     bool whole = true;
-    for (double& v : d) {
-      double const r = std::nearbyint(v);
+    bool near = true;
+    for (std::size_t a = 0; a < 3; ++a) {
+      double const r = std::nearbyint(d[a]);
       whole = whole && r == 0.0;
-      v -= r;
+      d[a] -= r;
+      // A cheap test first: a fractional component this large is already too far.
+      near = near && std::fabs(d[a]) <= same_position_reach_[a];
     }
-    if (orthogonal_length_(d) < same_position_tolerance) return whole ? m : -1;
+    if (near && orthogonal_length_(d) < same_position_tolerance) return whole ? m : -1;
   }
   int const given = given_at_(atom, p);
   if (given < 0) {
