@@ -202,6 +202,17 @@ TEST(ResFile, OperatorsMustKeepTheCell) {
   EXPECT_EQ((*damaged.molecules())[0]->natoms(), 1);
 }
 
+// A fuzzer's finding, rewritten: difference peaks crowded around special positions of
+// Fm-3m, each bonded to dozens of images. Growing the molecule once took over a second under
+// the sanitizers; the file is also a seed of the fuzzers, which time every input.
+TEST(ResFile, CrowdedImagesInACubicGroup) {
+  ResFile file;
+  file.read(std::string(KORA_TEST_DATA_DIR) + "/regressions/res_crowded_images.res");
+  ASSERT_EQ(file.molecules()->size(), 1u);
+  EXPECT_EQ((*file.molecules())[0]->natoms(), 360);
+  EXPECT_GT((*file.molecules())[0]->nbonds(), 10000);
+}
+
 TEST(ResFile, WriteThenReadGivesTheSameStructure) {
   ResFile const original = read(
       "TITL round trip\nCELL 0.71073 7.5(2) 8.25 9.125 90 101.5(3) 90\nZERR 4 0.002 0.001 0.001 "
