@@ -135,6 +135,9 @@ void resolve_free_variable(double& x, std::vector<double> const& free_variables)
     }
     return free_variables[static_cast<std::size_t>(number - 1)];
   };
+  // A value this large would name a free variable beyond any list (and beyond what a long
+  // holds once divided by ten).
+  if (!(std::fabs(x) < 1e12)) fail("free variable not found.");
   if (x < -15.0) {
     long const m = std::lrint(x / 10.0);
     double const p = x - 10.0 * static_cast<double>(m);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <set>
 #include <sstream>
 #include <string>
@@ -113,8 +114,11 @@ TEST(ResFile, FreeVariables) {
     resolve_free_variable(v, fv);
     EXPECT_NEAR(v, expected, 1e-12) << x;
   }
-  double v = 31.0;
-  EXPECT_THROW(resolve_free_variable(v, fv), std::runtime_error);
+  // Huge or undefined values name no variable (-1e300 once negated a long's minimum).
+  for (double x : {31.0, -1e300, 1e300, std::numeric_limits<double>::quiet_NaN()}) {
+    double v = x;
+    EXPECT_THROW(resolve_free_variable(v, fv), std::runtime_error) << x;
+  }
 }
 
 TEST(ResFile, OccupanciesRidingHydrogensAndContinuations) {
