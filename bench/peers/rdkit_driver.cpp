@@ -92,9 +92,17 @@ int main(int argc, char** argv) {
       RDKit::SDWriter writer(argv[3]);
       writer.setKekulize(false);  // the records are not sanitised
       while (!supplier.atEnd()) {
-        std::unique_ptr<RDKit::ROMol> const m = next_molecule(supplier);
+        std::unique_ptr<RDKit::ROMol> m = next_molecule(supplier);
+        // SDWriter refuses some unsanitised records (chirality it cannot place): those count
+        // as failures, as refused reads do.
+        if (m) {
+          try {
+            writer.write(*m);
+          } catch (std::exception const&) {
+            m.reset();
+          }
+        }
         tally.add(m.get());
-        if (m) writer.write(*m);
       }
       writer.close();
     } else if (task == "mol2-read") {
