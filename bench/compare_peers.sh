@@ -75,10 +75,10 @@ mkdir -p "$out"
 declare -A wall rss
 time_commands() {
   local -a names=() commands=()
-  local spec
-  for spec in "$@"; do
-    names+=("${spec%%=*}")
-    commands+=("${spec#*=}")
+  local item
+  for item in "$@"; do
+    names+=("${item%%=*}")
+    commands+=("${item#*=}")
   done
   local -A times=() memory=()
   local round i seconds kilobytes
