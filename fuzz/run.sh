@@ -2,10 +2,10 @@
 # Builds the libFuzzer harnesses with clang under AddressSanitizer and
 # UndefinedBehaviorSanitizer and runs each for a while on its seeds, two at a time.
 #
-#   fuzz/run.sh [SECONDS] [TIMEOUT]    (defaults: 60 seconds per harness, 5 s per input)
+#   fuzz/run.sh [SECONDS] [TIMEOUT]    (defaults: 60 seconds per harness, 2 s per input)
 #
-# The sanitizers slow reading down ten to forty times: 5 s under them is a fraction of a
-# second in a release build.
+# The sanitizers and coverage tracing slow reading down about ten times: 2 s under them is
+# about 0.2 s in a release build.
 # Seeds: examples/, tests/data/ and, when present, the corpus files of the format
 # ($KORA_CORPUS, default ../shared/corpus; its large benchmark files are left out). New
 # inputs the fuzzers find are kept in build-fuzz/corpus/NAME; a crash, sanitizer report,
@@ -14,7 +14,7 @@
 set -uo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
-timeout=${2:-5}
+timeout=${2:-2}
 build=build-fuzz
 corpus=${KORA_CORPUS:-../shared/corpus}
 

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <unordered_map>
 #include <utility>
 
 namespace kora {
@@ -439,10 +440,11 @@ class PeriodicGrid {
   std::vector<Placed> placed_;
 };
 
-// A bond from an atom at its given position to an image h(x) of atom `atom`.
+// A bond from an atom at its given position to the image h(x) of atom `atom` at `at`.
 struct Link {
   int atom;
   Affine h;
+  Point at;
   double distance;
 };
 
@@ -565,19 +567,35 @@ class CrystalBuilder {
     int given;  // the given atom placed here, or -1 for a new copy
   };
 
+  // Written out over a copy of the matrix: the hottest arithmetic in growing a molecule.
   double orthogonal_length_(Vector<double, 3> const& fractional_difference) const {
-    return norm(cell_.fractional_to_orthogonal() * fractional_difference);
+    auto const& m = to_orthogonal_;
+    double const x = fractional_difference[0], y = fractional_difference[1],
+                 z = fractional_difference[2];
+    double const u = m[0] * x + m[1] * y + m[2] * z, v = m[3] * x + m[4] * y + m[5] * z,
+                 w = m[6] * x + m[7] * y + m[8] * z;
+    return std::sqrt(u * u + v * v + w * w);
+  }
+  bool same_position_(Vector<double, 3> const& fractional_difference) const {
+    // A cheap test first: a fractional component this large is already too far.
+    for (std::size_t a = 0; a < 3; ++a)
+      if (!(std::fabs(fractional_difference[a]) <= same_position_reach_[a])) return false;
+    return orthogonal_length_(fractional_difference) < same_position_tolerance;
   }
   bool rotations_form_a_group_() const;
   void find_links_();
   void prune_hydrogens_();
+  void drop_repeated_links_();
   int given_at_(int atom, Point const& p) const;
-  int member_at_(int atom, Affine const& g);
+  int member_at_(int atom, Point const& p, Affine const& outer, Affine const& inner);
+  std::array<int, 3> bucket_of_(Point const& p) const;
+  static std::uint64_t bucket_key_(int atom, std::array<int, 3> const& bucket);
   void move_to_given_();
   THandle<Molecule> grow_(int start);
 
   std::vector<THandle<Atom>>& atoms_;
   Cell const& cell_;
+  std::array<double, 9> to_orthogonal_{};  // the cell's, row by row
   BondDetector const& detector_;
   ElementPairs pairs_;
 
@@ -599,8 +617,12 @@ class CrystalBuilder {
 
   // The molecule being grown.
   std::vector<Member> members_;
-  std::vector<std::vector<int>> members_of_;  // per representative, members in this molecule
-  std::vector<int> touched_;
+  // Members by representative and by the cell of a grid over the unit cell, each grid cell
+  // wider than same_position_reach_: the members at a position are found in the few grid
+  // cells around it, however large the molecule.
+  std::array<int, 3> buckets_{1, 1, 1};  // grid cells per axis
+  std::unordered_map<std::uint64_t, int> first_in_bucket_;
+  std::vector<int> next_in_bucket_;  // per member
   std::deque<int> given_queue_, copy_queue_;
 };
 
@@ -626,6 +648,8 @@ bool CrystalBuilder::rotations_form_a_group_() const {
 
 bool CrystalBuilder::prepare() {
   if (!cell_.valid()) return false;
+  for (std::size_t i = 0; i < 9; ++i)
+    to_orthogonal_[i] = cell_.fractional_to_orthogonal()(i / 3, i % 3);
   std::size_t const n = atoms_.size();
   element_class_.assign(n, -1);
   fractional_.assign(n, Point());
@@ -690,6 +714,10 @@ bool CrystalBuilder::prepare() {
     same_position_reach_[a] =
         same_position_tolerance * (1.0 + 1e-9) *
         std::hypot(to_fractional(a, 0), to_fractional(a, 1), to_fractional(a, 2));
+    // Grid cells eight times as wide as the reach, at most 1024 per axis: a position
+    // then needs to look into a neighbouring cell along an axis about a quarter of the time.
+    double const cells = std::floor(1.0 / (same_position_reach_[a] * 8.0));
+    buckets_[a] = cells >= 1.0 ? int(std::min(cells, 1024.0)) : 1;
   }
   double const search = std::max(width, same_position_tolerance) * (1.0 + 1e-9);
   for (Matrix<int, 3, 3> const& inverse : inverse_rotations_) {
@@ -769,8 +797,10 @@ void CrystalBuilder::find_links_() {
                    int const cj = element_class_[std::size_t(j)];
                    if (d2 < tolerance2 && j < int(i) && cj == ci && apart(i, std::size_t(j)))
                      same_site.join(int(i), j);
-                   if (pairs_.bonded(ci, cj, d2))
-                     all_links.add({j, {op.r, op.r * (q.shift + lattice) + op.t}, std::sqrt(d2)});
+                   if (pairs_.bonded(ci, cj, d2)) {
+                     Affine const h{op.r, op.r * (q.shift + lattice) + op.t};
+                     all_links.add({j, h, h(fractional_[std::size_t(j)]), std::sqrt(d2)});
+                   }
                  });
     }
   }
@@ -836,15 +866,47 @@ void CrystalBuilder::prune_hydrogens_() {
       if (nearest[i] >= 0) {
         // The hydrogen's choice, or the same image reached through another operator.
         Link const& choice = links_.of(i)[std::size_t(nearest[i])];
-        keep = choice.atom == link.atom && same(choice.h(fractional_[j]), link.h(fractional_[j]));
+        keep = choice.atom == link.atom && same(choice.at, link.at);
       }
       if (keep && nearest[j] >= 0) {
         // From the far end, this bond leads back to x_i through h after j's choice.
         Link const& choice = links_.of(j)[std::size_t(nearest[j])];
-        keep = choice.atom == int(i) && same(link.h(choice.h(fractional_[i])), fractional_[i]);
+        keep = choice.atom == int(i) && same(link.h(choice.at), fractional_[i]);
       }
       if (keep) kept.add(link);
     }
+  }
+  kept.finish();
+  links_ = std::move(kept);
+}
+
+// An atom on a special position has the same image under several operators; growing a
+// molecule needs each image once.
+void CrystalBuilder::drop_repeated_links_() {
+  std::size_t const n = atoms_.size();
+  // Images a millionth of the cell apart are one; rounding may keep a repeated one, which
+  // costs time, not correctness.
+  using Key = std::array<std::int64_t, 5>;  // atom, rounded image, then the link's place
+  std::vector<Key> keys;
+  std::vector<bool> repeated;
+  LinkTable kept;
+  for (std::size_t i = 0; i < n; ++i) {
+    kept.begin_atom();
+    std::span<Link const> const links = links_.of(i);
+    keys.clear();
+    for (std::size_t l = 0; l < links.size(); ++l) {
+      Key key{links[l].atom, 0, 0, 0, std::int64_t(l)};
+      for (std::size_t a = 0; a < 3; ++a)
+        key[a + 1] = std::int64_t(std::round(links[l].at[a] * 1e6));
+      keys.push_back(key);
+    }
+    std::sort(keys.begin(), keys.end());
+    repeated.assign(links.size(), false);
+    for (std::size_t k = 1; k < keys.size(); ++k)
+      if (std::equal(keys[k].begin(), keys[k].begin() + 4, keys[k - 1].begin()))
+        repeated[std::size_t(keys[k][4])] = true;
+    for (std::size_t l = 0; l < links.size(); ++l)
+      if (!repeated[l]) kept.add(links[l]);
   }
   kept.finish();
   links_ = std::move(kept);
@@ -854,30 +916,73 @@ void CrystalBuilder::prune_hydrogens_() {
 // -1 when there is none.
 int CrystalBuilder::given_at_(int atom, Point const& p) const {
   for (int i : orbit_[std::size_t(atom)])
-    if (!given_used_[std::size_t(i)] &&
-        orthogonal_length_(p - fractional_[std::size_t(i)]) < same_position_tolerance)
-      return i;
+    if (!given_used_[std::size_t(i)] && same_position_(p - fractional_[std::size_t(i)])) return i;
   return -1;
 }
 
-// The member of the molecule at g(x_atom): an existing one at that position, a new one (the
-// given atom sitting there when there is one, otherwise a copy), or -1 when the position is
-// a lattice translation of a member (the molecule is polymeric) or no more copies may be made.
-int CrystalBuilder::member_at_(int atom, Affine const& g) {
-  Point const p = g(fractional_[std::size_t(atom)]);
-  for (int m : members_of_[std::size_t(atom)]) {
-    Vector<double, 3> d = p - members_[std::size_t(m)].fractional;
-    bool whole = true;
-    bool near = true;
-    for (std::size_t a = 0; a < 3; ++a) {
-      double const r = std::nearbyint(d[a]);
-      whole = whole && r == 0.0;
-      d[a] -= r;
-      // A cheap test first: a fractional component this large is already too far.
-      near = near && std::fabs(d[a]) <= same_position_reach_[a];
-    }
-    if (near && orthogonal_length_(d) < same_position_tolerance) return whole ? m : -1;
+std::array<int, 3> CrystalBuilder::bucket_of_(Point const& p) const {
+  std::array<int, 3> bucket{};
+  for (std::size_t a = 0; a < 3; ++a) {
+    double const wrapped = p[a] - std::floor(p[a]);
+    bucket[a] =
+        wrapped >= 0.0 && wrapped < 1.0 ? std::min(buckets_[a] - 1, int(wrapped * buckets_[a])) : 0;
   }
+  return bucket;
+}
+
+std::uint64_t CrystalBuilder::bucket_key_(int atom, std::array<int, 3> const& bucket) {
+  // Atoms are fewer than 2^31 and grid indices below 2^10.
+  return std::uint64_t(atom) << 30 | std::uint64_t(bucket[0]) << 20 |
+         std::uint64_t(bucket[1]) << 10 | std::uint64_t(bucket[2]);
+}
+
+// The member of the molecule at p = g(x_atom), g = outer inner: an existing one at that position, a
+// new one (the given atom sitting there when there is one, otherwise a copy), or -1 when the
+// position is a lattice translation of a member (the molecule is polymeric) or no more copies may
+// be made.
+int CrystalBuilder::member_at_(int atom, Point const& p, Affine const& outer, Affine const& inner) {
+  // The grid cells that the box of half-widths same_position_reach_ around p overlaps:
+  // its own, and a neighbour on the side where p lies closer to the edge than the reach.
+  std::array<int, 3> const bucket = bucket_of_(p);
+  std::array<int, 3> low{}, high{};
+  for (std::size_t a = 0; a < 3; ++a) {
+    if (buckets_[a] == 1) continue;
+    double const within = (p[a] - std::floor(p[a])) * buckets_[a] - bucket[a];
+    double const reach = same_position_reach_[a] * buckets_[a];
+    low[a] = within < reach ? -1 : 0;
+    high[a] = within > 1.0 - reach ? 1 : 0;
+    if (buckets_[a] == 2 && low[a] < 0 && high[a] > 0) high[a] = 0;
+  }
+  int found = -1;
+  bool found_whole = false;
+  std::array<int, 3> at{};
+  for (int i = low[0]; i <= high[0]; ++i) {
+    at[0] = (bucket[0] + i + buckets_[0]) % buckets_[0];
+    for (int j = low[1]; j <= high[1]; ++j) {
+      at[1] = (bucket[1] + j + buckets_[1]) % buckets_[1];
+      for (int k = low[2]; k <= high[2]; ++k) {
+        at[2] = (bucket[2] + k + buckets_[2]) % buckets_[2];
+        auto const first = first_in_bucket_.find(bucket_key_(atom, at));
+        if (first == first_in_bucket_.end()) continue;
+        // The earliest member at the position, as a scan in the order of growth would find.
+        for (int m = first->second; m >= 0; m = next_in_bucket_[std::size_t(m)]) {
+          if (found >= 0 && m > found) continue;
+          Vector<double, 3> d = p - members_[std::size_t(m)].fractional;
+          bool whole = true;
+          for (std::size_t a = 0; a < 3; ++a) {
+            double const r = std::round(d[a]);
+            whole = whole && r == 0.0;
+            d[a] -= r;
+          }
+          if (same_position_(d)) {
+            found = m;
+            found_whole = whole;
+          }
+        }
+      }
+    }
+  }
+  if (found >= 0) return found_whole ? found : -1;
   int const given = given_at_(atom, p);
   if (given < 0) {
     if (copies_left_ == 0) return -1;
@@ -886,9 +991,13 @@ int CrystalBuilder::member_at_(int atom, Affine const& g) {
     given_used_[std::size_t(given)] = true;
   }
   int const m = int(members_.size());
-  members_.push_back({atom, g, given >= 0 ? fractional_[std::size_t(given)] : p, given});
-  if (members_of_[std::size_t(atom)].empty()) touched_.push_back(atom);
-  members_of_[std::size_t(atom)].push_back(m);
+  members_.push_back(
+      {atom, compose(outer, inner), given >= 0 ? fractional_[std::size_t(given)] : p, given});
+  Point const& placed = members_.back().fractional;
+  auto const [first, added] =
+      first_in_bucket_.try_emplace(bucket_key_(atom, bucket_of_(placed)), m);
+  next_in_bucket_.push_back(added ? -1 : first->second);
+  first->second = m;
   covered_[std::size_t(atom)] = true;
   (given >= 0 ? given_queue_ : copy_queue_).push_back(m);
   return m;
@@ -959,8 +1068,8 @@ THandle<Molecule> CrystalBuilder::grow_(int start) {
   given_queue_.clear();
   copy_queue_.clear();
   std::vector<std::pair<int, int>> bonds;
-  std::vector<std::pair<int, Affine>> targets;
-  member_at_(start, Affine{});
+  std::vector<std::pair<Link const*, Point>> targets;
+  member_at_(start, fractional_[std::size_t(start)], Affine{}, Affine{});
   while (!given_queue_.empty() || !copy_queue_.empty()) {
     std::deque<int>& queue = given_queue_.empty() ? copy_queue_ : given_queue_;
     int const m = queue.front();
@@ -970,21 +1079,23 @@ THandle<Molecule> CrystalBuilder::grow_(int start) {
     std::span<Link const> const links = links_.of(std::size_t(members_[std::size_t(m)].atom));
     targets.clear();
     std::size_t placed_first = 0;
+    Affine const g = members_[std::size_t(m)].g;  // members_ grows below
     for (Link const& link : links) {
-      Affine const g = compose(members_[std::size_t(m)].g, link.h);
-      targets.push_back({link.atom, g});
-      if (given_at_(link.atom, g(fractional_[std::size_t(link.atom)])) >= 0)
+      targets.push_back({&link, g(link.at)});
+      if (given_at_(link.atom, targets.back().second) >= 0)
         std::swap(targets.back(), targets[placed_first++]);
     }
-    for (auto const& [atom, g] : targets) {
-      int const other = member_at_(atom, g);
+    for (auto const& [link, p] : targets) {
+      int const other = member_at_(link->atom, p, g, link->h);
       if (other < 0 || other == m) continue;
       bonds.emplace_back(std::min(m, other), std::max(m, other));
     }
   }
-  for (int atom : touched_)
-    members_of_[std::size_t(atom)].clear();
-  touched_.clear();
+  // Erased key by key: clearing the whole table would cost its largest size for every
+  // molecule.
+  for (Member const& member : members_)
+    first_in_bucket_.erase(bucket_key_(member.atom, bucket_of_(member.fractional)));
+  next_in_bucket_.clear();
   move_to_given_();
 
   // Given atoms first, in their order, then the copies in the order they were made.
@@ -1015,7 +1126,7 @@ THandle<Molecule> CrystalBuilder::grow_(int start) {
     if (bond.first > bond.second) std::swap(bond.first, bond.second);
   }
   // Each bond is met from both ends, and twice more from an atom on a special position.
-  std::sort(bonds.begin(), bonds.end());
+  sort_pairs(bonds, members_.size());
   bonds.erase(std::unique(bonds.begin(), bonds.end()), bonds.end());
   return THandle<Molecule>(make_handle<Molecule3d>(atoms, bond_handles(bonds)));
 }
@@ -1023,6 +1134,7 @@ THandle<Molecule> CrystalBuilder::grow_(int start) {
 THandle<std::vector<THandle<Molecule>>> CrystalBuilder::build() {
   find_links_();
   if (detector_.refinement_mode() == BondDetector::prune_hydrogens) prune_hydrogens_();
+  drop_repeated_links_();
 
   std::size_t const n = atoms_.size();
   std::size_t const valid = std::size_t(
@@ -1030,7 +1142,6 @@ THandle<std::vector<THandle<Molecule>>> CrystalBuilder::build() {
   copies_left_ = 20 * valid * operators_.size();
   covered_.assign(n, false);
   given_used_.assign(n, false);
-  members_of_.assign(n, {});
 
   auto molecules = make_handle<std::vector<THandle<Molecule>>>();
   for (std::size_t i = 0; i < n; ++i) {

@@ -217,6 +217,18 @@ TEST(ResFile, CrowdedImagesInACubicGroup) {
   EXPECT_GT((*file.molecules())[0]->nbonds(), 10000);
 }
 
+// Another: five heavy atoms at general positions of Fm-3m in a small cell, so that each
+// bonds to about three hundred images and the molecule spreads over 960 sites. Finding a
+// site among the molecule's members once scanned all of them; the file is a fuzzing seed too.
+TEST(ResFile, CrowdedGeneralPositionsInACubicGroup) {
+  ResFile file;
+  file.read(std::string(KORA_TEST_DATA_DIR) + "/regressions/res_crowded_general_positions.res");
+  ASSERT_EQ(file.molecules()->size(), 1u);
+  Molecule const& molecule = *(*file.molecules())[0];
+  EXPECT_EQ(molecule.natoms(), 5 * 192);
+  EXPECT_GT(molecule.nbonds(), 100000);
+}
+
 TEST(ResFile, WriteThenReadGivesTheSameStructure) {
   ResFile const original = read(
       "TITL round trip\nCELL 0.71073 7.5(2) 8.25 9.125 90 101.5(3) 90\nZERR 4 0.002 0.001 0.001 "
