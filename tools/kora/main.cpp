@@ -7,13 +7,11 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -21,8 +19,7 @@
 #include <vector>
 
 #include "kora/formats.hpp"
-#include "kora/mdl/mol_file.hpp"
-#include "kora/mdl/sdfile_database_entry.hpp"
+#include "output.hpp"
 #include "sources.hpp"
 #include "summary.hpp"
 
@@ -159,64 +156,6 @@ int run_info(std::string const& file, std::string const& from, bool short_ids,
   return 0;
 }
 
-// Writes into a temporary file beside the target and renames it over the target only when
-// everything was written. Standard output, and targets that are not regular files (devices
-// such as /dev/full or /dev/stdout, named pipes), are written directly: renaming over them
-// would replace the device or pipe itself.
-class Output {
- public:
-  explicit Output(std::string const& target) : target_(target) {
-    if (target_ == "-") return;
-    std::error_code ec;
-    fs::file_status const status = fs::status(target_, ec);  // follows symbolic links
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-      file_.open(target_, std::ios::binary);
-      if (!file_) throw Failure(target_ + ": cannot write: " + std::strerror(errno));
-      return;
-    }
-    // Through a symbolic link, the file it leads to is replaced and the link kept.
-    fs::path path = target_;
-    if (fs::is_symlink(fs::symlink_status(target_, ec))) {
-      fs::path const real = fs::canonical(target_, ec);
-      if (!ec) path = real;
-    }
-    path_ = path.string();
-    fs::path const dir = fs::absolute(path).parent_path();
-    std::string pattern = (dir / (path.filename().string() + ".kora-XXXXXX")).string();
-    int const fd = mkstemp(pattern.data());
-    if (fd < 0) throw Failure(target_ + ": cannot write: " + std::strerror(errno));
-    close(fd);
-    temporary_ = pattern;
-    file_.open(temporary_, std::ios::binary | std::ios::trunc);
-    if (!file_) throw Failure(target_ + ": cannot write: " + std::strerror(errno));
-  }
-  ~Output() {
-    if (!temporary_.empty()) std::remove(temporary_.c_str());
-  }
-  std::ostream& stream() { return target_ == "-" ? std::cout : file_; }
-  void check() {
-    if (!stream()) throw Failure(target_ + ": write error: " + std::strerror(errno));
-  }
-  void commit() {
-    stream().flush();
-    check();
-    if (target_ == "-") return;
-    file_.close();
-    if (!file_) throw Failure(target_ + ": write error: " + std::strerror(errno));
-    if (temporary_.empty()) return;  // written directly
-    std::error_code ec;
-    fs::rename(temporary_, path_, ec);
-    if (ec) throw Failure(target_ + ": cannot write: " + ec.message());
-    temporary_.clear();
-  }
-
- private:
-  std::string target_;
-  std::string path_;       // the file replaced: the target, or the file its link leads to
-  std::string temporary_;  // empty when the target is written directly
-  std::ofstream file_;
-};
-
 int run_convert(std::string const& in, std::string const& out, std::string const& from,
                 std::string const& to, bool short_ids, std::optional<int> entry,
                 std::string const& id, bool v3000, bool keep_going) {
@@ -240,18 +179,7 @@ int run_convert(std::string const& in, std::string const& out, std::string const
   for (int i : entries) {
     try {
       THandle<CrystalStructureDatabaseEntry> const e = source.entry(i);
-      writer->clear();
-      writer->add(*e);
-      if (auto* mol = dynamic_cast<MolFile*>(writer.get())) {
-        if (v3000) mol->set_version(MolFile::V3000);
-        // SD to SD keeps the record's data items, which the model does not carry.
-        auto const sd = handle_dynamic_cast<SDfileDatabaseEntry>(e);
-        if (sd && sd->tags()) {
-          for (auto const& [key, values] : sd->tags()->items())
-            mol->add_sd_tag(key, values);
-        }
-      }
-      writer->print(output.stream());
+      write_entry(*writer, *e, v3000, output.stream());
     } catch (std::exception const& error) {
       std::string const message = in + ": entry " + std::to_string(i) + " (" +
                                   source.identifier(i).str() + "): " + error.what();

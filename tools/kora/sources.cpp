@@ -7,6 +7,7 @@
 #include "kora/framework/flat_file_database.hpp"
 #include "kora/mdl/mol_file.hpp"
 #include "kora/mdl/mol_file_file_format.hpp"
+#include "kora/mdl/sdfile_database_entry.hpp"
 #include "kora/mol2/mol2_file.hpp"
 #include "kora/pdb/pdb_file.hpp"
 #include "kora/shelx/res_file.hpp"
@@ -64,6 +65,21 @@ std::unique_ptr<MoleculeFile> make_file_object(std::string const& format) {
   if (format == "pdb") return std::make_unique<PdbFile>();
   if (format == "res") return std::make_unique<ResFile>();
   throw Failure("unknown format '" + format + "'");
+}
+
+void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entry, bool v3000,
+                 std::ostream& out) {
+  writer.clear();
+  writer.add(entry);
+  if (auto* mol = dynamic_cast<MolFile*>(&writer)) {
+    if (v3000) mol->set_version(MolFile::V3000);
+    auto const* sd = dynamic_cast<SDfileDatabaseEntry const*>(&entry);
+    if (sd && sd->tags()) {
+      for (auto const& [key, values] : sd->tags()->items())
+        mol->add_sd_tag(key, values);
+    }
+  }
+  writer.print(out);
 }
 
 Source::Source(std::string const& file_name, std::string const& from, bool short_ids)

@@ -3,6 +3,7 @@
 // Opening input files as lists of entries, and making the file objects that write them.
 
 #include <memory>
+#include <ostream>
 #include <string>
 
 #include "kora/formats.hpp"
@@ -27,6 +28,11 @@ std::string canonical_format(FileFormat const& format);
 
 // A new, empty file object of a format, for reading one structure or writing.
 std::unique_ptr<MoleculeFile> make_file_object(std::string const& format);
+
+// Writes one entry through a file object of the output format. MOL blocks are V3000 when
+// asked; an SD record written as SD keeps its data items, which the model does not carry.
+void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entry, bool v3000,
+                 std::ostream& out);
 
 // The entries of one input file: its database, or, when the format takes the file but its
 // index finds no entry, the whole file read as one entry through the file object.

@@ -10,27 +10,6 @@ namespace kora::cli {
 
 namespace {
 
-// Hill order: carbon, then hydrogen, then the other symbols alphabetically; without carbon,
-// every symbol alphabetically. Atoms without an element count as "?" at the end.
-std::string hill_formula(std::map<std::string, int> const& counts, int unknown) {
-  std::string formula;
-  auto const put = [&](std::string const& symbol, int n) {
-    formula += symbol;
-    if (n > 1) formula += std::to_string(n);
-  };
-  bool const carbon = counts.count("C") != 0;
-  if (carbon) {
-    put("C", counts.at("C"));
-    if (counts.count("H")) put("H", counts.at("H"));
-  }
-  for (auto const& [symbol, n] : counts) {
-    if (carbon && (symbol == "C" || symbol == "H")) continue;
-    put(symbol, n);
-  }
-  if (unknown > 0) put("?", unknown);
-  return formula;
-}
-
 // The name of an SD data item from its header line: the text between "<" and ">", or the
 // header without its leading ">".
 std::string item_name(std::string const& key) {
@@ -45,13 +24,53 @@ std::string item_name(std::string const& key) {
 
 }  // namespace
 
+void FormulaCounter::add(Molecule const& molecule) {
+  for (THandle<Atom> const& atom : molecule.atoms()) {
+    Element const e = atom->element();
+    if (e.is_set()) {
+      ++counts_[e.symbol()];
+    } else {
+      ++unknown_;
+    }
+  }
+}
+
+std::string FormulaCounter::formula() const {
+  std::string formula;
+  auto const put = [&](std::string const& symbol, int n) {
+    formula += symbol;
+    if (n > 1) formula += std::to_string(n);
+  };
+  bool const carbon = counts_.count("C") != 0;
+  if (carbon) {
+    put("C", counts_.at("C"));
+    if (counts_.count("H")) put("H", counts_.at("H"));
+  }
+  for (auto const& [symbol, n] : counts_) {
+    if (carbon && (symbol == "C" || symbol == "H")) continue;
+    put(symbol, n);
+  }
+  if (unknown_ > 0) put("?", unknown_);
+  return formula;
+}
+
+std::optional<DataItems> sd_data(CrystalStructureDatabaseEntry const& entry) {
+  auto const* sd = dynamic_cast<SDfileDatabaseEntry const*>(&entry);
+  if (!sd) return std::nullopt;
+  DataItems items;
+  if (sd->tags()) {
+    for (auto const& [key, values] : sd->tags()->items())
+      items.emplace_back(item_name(key), values ? *values : std::vector<std::string>());
+  }
+  return items;
+}
+
 Summary summarise(int index, CrystalStructureDatabaseEntry const& entry) {
   Summary s;
   s.index = index;
   s.identifier = entry.identifier().str();
   THandle<CrystalMaker> const maker = entry.crystal_maker();
-  std::map<std::string, int> counts;
-  int unknown = 0;
+  FormulaCounter counter;
   if (maker) {
     s.molecules = maker->nmolecules();
     for (int m = 0; m < maker->nmolecules(); ++m) {
@@ -59,14 +78,7 @@ Summary summarise(int index, CrystalStructureDatabaseEntry const& entry) {
       s.atoms += molecule->natoms();
       s.bonds += molecule->nbonds();
       s.charge += molecule->formal_charge();
-      for (THandle<Atom> const& atom : molecule->atoms()) {
-        Element const e = atom->element();
-        if (e.is_set()) {
-          ++counts[e.symbol()];
-        } else {
-          ++unknown;
-        }
-      }
+      counter.add(*molecule);
     }
     Cell const& cell = maker->cell();
     double const values[6] = {cell.a(),
@@ -79,14 +91,10 @@ Summary summarise(int index, CrystalStructureDatabaseEntry const& entry) {
     s.spacegroup = cell.spacegroup().symbol();
     s.spacegroup_number = cell.spacegroup().number();
   }
-  s.formula = hill_formula(counts, unknown);
-  if (auto const* sd = dynamic_cast<SDfileDatabaseEntry const*>(&entry)) {
+  s.formula = counter.formula();
+  if (std::optional<DataItems> data = sd_data(entry)) {
     s.has_data = true;
-    if (sd->tags()) {
-      for (auto const& [key, values] : sd->tags()->items()) {
-        s.data.emplace_back(item_name(key), values ? *values : std::vector<std::string>());
-      }
-    }
+    s.data = std::move(*data);
   }
   return s;
 }

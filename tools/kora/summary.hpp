@@ -3,12 +3,16 @@
 // What `kora info` says of one entry.
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "kora/kernel/database_entry.hpp"
+#include "kora/kernel/molecule.hpp"
 
 namespace kora::cli {
+
+using DataItems = std::vector<std::pair<std::string, std::vector<std::string>>>;
 
 struct Summary {
   int index = 0;
@@ -22,8 +26,25 @@ struct Summary {
   std::string spacegroup;
   int spacegroup_number = 0;
   bool has_data = false;  // an SD record: data items follow
-  std::vector<std::pair<std::string, std::vector<std::string>>> data;
+  DataItems data;
 };
+
+// Element counts over molecules, written as a formula in Hill order: carbon, then hydrogen,
+// then the other symbols alphabetically; without carbon, every symbol alphabetically.
+// Atoms without an element count as "?" at the end.
+class FormulaCounter {
+ public:
+  void add(Molecule const& molecule);
+  std::string formula() const;
+
+ private:
+  std::map<std::string, int> counts_;
+  int unknown_ = 0;
+};
+
+// The data items of an SD record, each named by the text between "<" and ">" of its header
+// line; nothing when the entry is not an SD record.
+std::optional<DataItems> sd_data(CrystalStructureDatabaseEntry const& entry);
 
 Summary summarise(int index, CrystalStructureDatabaseEntry const& entry);
 // The summary as indented text lines.
