@@ -3,12 +3,16 @@ BUILD_DIR ?= build
 ASAN_DIR ?= build-sanitize
 TSAN_DIR ?= build-tsan
 BENCH_DIR ?= build-bench
+PYTHON_DIR ?= build-python
+# The module is built for, and tested with, the system's Python.
+PYTHON ?= /usr/bin/python3
 JOBS ?= 2
 # CI (which sets CI=true) builds with warnings as errors.
 WERROR ?= $(if $(CI),ON,OFF)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build test test-sanitize test-tsan fuzz demo bench compare format clean
+.PHONY: all deps build test test-sanitize test-tsan fuzz python python-test python-bench demo \
+	bench compare format clean
 
 all: build
 
@@ -35,6 +39,22 @@ test-tsan: deps
 	  -DKORA_BUILD_TOOLS=OFF -DKORA_WERROR=$(WERROR) $(CMAKE_FLAGS)
 	cmake --build $(TSAN_DIR) -j$(JOBS) --target kora_tests
 	cd $(TSAN_DIR) && ctest --output-on-failure --no-tests=error -j$(JOBS) -R ConcurrentRead
+
+# The Python module, in $(PYTHON_DIR)/python (put that directory on PYTHONPATH).
+python:
+	bash scripts/install-deps.sh --python
+	cmake -S . -B $(PYTHON_DIR) -DCMAKE_BUILD_TYPE=Release -DKORA_BUILD_PYTHON=ON \
+	  -DKORA_BUILD_TESTS=OFF -DPython3_EXECUTABLE=$(PYTHON) -DKORA_WERROR=$(WERROR) $(CMAKE_FLAGS)
+	cmake --build $(PYTHON_DIR) -j$(JOBS) --target kora_python
+
+python-test: python
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) -m pytest -q python/tests
+
+# Reading the largest SD file of the corpus through kora and through RDKit (installs RDKit's
+# Python package when missing).
+python-bench: python
+	bash scripts/install-deps.sh --rdkit
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) python/bench_sd.py
 
 # The libFuzzer harnesses (clang), each for FUZZ_SECONDS on its seeds; a crash, sanitizer
 # report, slow input or runaway memory fails the target and leaves the input in
@@ -65,4 +85,4 @@ format:
 	git ls-files '*.hpp' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(BENCH_DIR) build-fuzz build-peers
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(BENCH_DIR) $(PYTHON_DIR) build-fuzz build-peers

@@ -5,10 +5,17 @@ set -euo pipefail
 
 #   install-deps.sh           what building and testing need
 #   install-deps.sh --fuzz    also clang and its sanitizer runtimes, for the fuzzers
+#   install-deps.sh --python  also pybind11, the Python headers, pytest and numpy
+#   install-deps.sh --rdkit   also RDKit for Python, to compare against
 packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev libcli11-dev nlohmann-json3-dev)
-if [ "${1:-}" = "--fuzz" ]; then
-  packages+=(clang-14 libclang-rt-14-dev)
-fi
+for option in "$@"; do
+  case $option in
+    --fuzz) packages+=(clang-14 libclang-rt-14-dev) ;;
+    --python) packages+=(pybind11-dev python3-dev python3-pytest python3-numpy) ;;
+    --rdkit) packages+=(python3-rdkit) ;;
+    *) echo "install-deps: unknown option $option" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${packages[@]}"; do

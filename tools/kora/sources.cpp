@@ -86,18 +86,18 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
     : file_name_(file_name) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(file_name, ec)) {
-    throw Failure(file_name + ": no such file");
+    throw MissingFile(file_name + ": no such file");
   }
   FileFormat::OpenParameters parameters{file_name, extension_of(file_name)};
   THandle<FileFormat> format;
   if (!from.empty()) {
     format_ = canonical_format(from);
-    if (format_.empty()) throw Failure("unknown format '" + from + "'");
+    if (format_.empty()) throw UnknownFormat("unknown format '" + from + "'");
     format = descriptor(format_);
     if (format_ == "res") parameters.extension = "res";  // SHELX files are taken by name
   } else {
     format = find_file_format(parameters);
-    if (!format) throw Failure(file_name + ": unknown format");
+    if (!format) throw UnknownFormat(file_name + ": unknown format");
     format_ = canonical_format(*format);
   }
   if (format_ == "sdf") {
@@ -106,6 +106,8 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
   }
   try {
     database_ = format->make_database(parameters);
+  } catch (database_error const& e) {
+    throw database_error(file_name + ": " + e.what());
   } catch (std::exception const& e) {
     throw Failure(file_name + ": " + e.what());
   }
@@ -139,6 +141,23 @@ THandle<CrystalStructureDatabaseEntry> Source::entry(int i) const {
   if (!whole_file_) return database_->entry(i);
   if (i != 0) throw Failure(file_name_ + ": no entry " + std::to_string(i));
   return whole_file_;
+}
+
+int Source::nearest(std::string const& identifier,
+                    Database<CrystalStructureDatabaseEntry>::IdentifierMatch& match) const {
+  if (database_->size() > 0 || !whole_file_)
+    return database_->nearest_entry(DatabaseEntryIdentifier(identifier), match);
+  // The whole file as one entry: the only one there is.
+  using Match = Database<CrystalStructureDatabaseEntry>::IdentifierMatch;
+  DatabaseEntryIdentifier const id(identifier);
+  DatabaseEntryIdentifier const only = whole_file_->identifier();
+  CaseInsensitiveStringLess const less;
+  if (only == id) {
+    match = Match::exact;
+  } else {
+    match = less(only, id) || less(id, only) ? Match::nearest_only : Match::equal_ignoring_case;
+  }
+  return 0;
 }
 
 int Source::find(std::string const& identifier) const {

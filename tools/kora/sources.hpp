@@ -14,6 +14,14 @@ namespace kora::cli {
 struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
+// An input file that does not exist or is not a regular file.
+struct MissingFile : Failure {
+  using Failure::Failure;
+};
+// A format name nobody knows, or a file that no format takes.
+struct UnknownFormat : Failure {
+  using Failure::Failure;
+};
 
 // The formats the tool names: "mol2", "sdf", "pdb", "res".
 // Maps a user's name or alias (mol2; sdf, mol, sd, mdl; pdb, ent; res) to it; "" when
@@ -39,7 +47,8 @@ void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entr
 class Source {
  public:
   // `from` forces a format (canonical name or alias; "" to identify the file). SD files
-  // keep their record names verbatim unless `short_ids`.
+  // keep their record names verbatim unless `short_ids`. A database's own failures keep
+  // their type (database_error), with the file name put before the message.
   Source(std::string const& file_name, std::string const& from, bool short_ids);
 
   std::string const& file_name() const { return file_name_; }
@@ -51,6 +60,10 @@ class Source {
   THandle<CrystalStructureDatabaseEntry> entry(int i) const;
   // The index of the entry with this identifier; -1 when there is none.
   int find(std::string const& identifier) const;
+  // The entry with this identifier, else the first equal to it ignoring case, else the
+  // nearest above it, else below it (see Database::nearest_entry); -1 when there is none.
+  int nearest(std::string const& identifier,
+              Database<CrystalStructureDatabaseEntry>::IdentifierMatch& match) const;
 
  private:
   std::string file_name_;

@@ -1,0 +1,607 @@
+// The Python module `kora`: files opened as databases of entries; entries, molecules, atoms,
+// bonds, cells and space groups; writing entries and molecules in any writeable format.
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "kora/formats.hpp"
+#include "kora/framework/database.hpp"
+#include "kora/kernel/molecule.hpp"
+#include "output.hpp"
+#include "sources.hpp"
+#include "summary.hpp"
+
+namespace py = pybind11;
+
+namespace {
+
+using kora::THandle;
+using Entry = kora::CrystalStructureDatabaseEntry;
+using Match = kora::Database<Entry>::IdentifierMatch;
+
+// Text from files may be any bytes: invalid UTF-8 comes through as lone surrogates, so that
+// writing it back with the same error handler gives the bytes that were read.
+py::str text(std::string const& s) {
+  PyObject* o =
+      PyUnicode_DecodeUTF8(s.data(), static_cast<Py_ssize_t>(s.size()), "surrogateescape");
+  if (!o) throw py::error_already_set();
+  return py::reinterpret_steal<py::str>(o);
+}
+
+// A str, bytes or os.PathLike as a file name in the file system's encoding.
+std::string file_name(py::handle path) {
+  py::module_ const os = py::module_::import("os");
+  return os.attr("fsencode")(os.attr("fspath")(path)).cast<std::string>();
+}
+
+double nan() {
+  return std::numeric_limits<double>::quiet_NaN();
+}
+
+struct Molecule {
+  THandle<kora::Molecule> molecule;
+  std::string identifier;  // of the entry it came from
+};
+
+struct Atom {
+  THandle<kora::Atom> atom;
+  int index;
+};
+
+struct Bond {
+  int atom1;
+  int atom2;
+  kora::BondType type;
+};
+
+// Entries as Python sees them (the model's entries are abstract and shared).
+struct EntryRef {
+  THandle<Entry> entry;
+};
+
+struct Format {
+  std::string name;
+  std::string description;
+  std::vector<std::string> extensions;
+  bool writeable;
+};
+
+// The entry's cell, unless it has none: formats without cells (MOL, SD, and Mol2 without
+// crystal information) give the default cell, which no real crystal has.
+std::optional<kora::Cell> valid_cell(Entry const& entry) {
+  THandle<kora::CrystalMaker> const maker = entry.crystal_maker();
+  if (!maker || !maker->cell().valid() || maker->cell() == kora::Cell()) return std::nullopt;
+  return maker->cell();
+}
+
+std::vector<Molecule> molecules_of(Entry const& entry) {
+  std::vector<Molecule> molecules;
+  THandle<kora::CrystalMaker> const maker = entry.crystal_maker();
+  if (!maker) return molecules;
+  std::string const identifier = entry.identifier().str();
+  for (int i = 0; i < maker->nmolecules(); ++i)
+    molecules.push_back({maker->molecule(i), identifier});
+  return molecules;
+}
+
+Molecule merged_molecule(Entry const& entry) {
+  std::vector<Molecule> molecules = molecules_of(entry);
+  if (molecules.size() == 1) return molecules.front();
+  auto merged = kora::make_handle<kora::Molecule3d>();
+  for (Molecule const& m : molecules)
+    merged->add(*m.molecule);
+  return {THandle<kora::Molecule>(merged), entry.identifier().str()};
+}
+
+// Cartesian (or fractional) positions, one row per atom; NaN where there is none.
+py::array_t<double> positions(kora::Molecule const& molecule, bool fractional) {
+  py::ssize_t const n = molecule.natoms();
+  py::array_t<double> array({n, py::ssize_t(3)});
+  auto out = array.mutable_unchecked<2>();
+  for (py::ssize_t i = 0; i < n; ++i) {
+    THandle<kora::Atom> const atom = molecule.atom(static_cast<int>(i));
+    THandle<kora::Site> const site = atom->site();
+    for (py::ssize_t a = 0; a < 3; ++a) {
+      double v = nan();
+      if (site)
+        v = fractional ? site->fractional()[std::size_t(a)] : site->orthogonal()[std::size_t(a)];
+      out(i, a) = v;
+    }
+  }
+  return array;
+}
+
+template <class T>
+py::array_t<double> matrix(kora::Matrix<T, 3, 3> const& m) {
+  py::array_t<double> array({py::ssize_t(3), py::ssize_t(3)});
+  auto out = array.mutable_unchecked<2>();
+  for (py::ssize_t i = 0; i < 3; ++i)
+    for (py::ssize_t j = 0; j < 3; ++j)
+      out(i, j) = m(std::size_t(i), std::size_t(j));
+  return array;
+}
+
+// An open file: its entries by index or identifier. Reading an entry releases the GIL; the
+// database itself is read by one thread at a time.
+class Database {
+ public:
+  Database(std::string path, std::string const& format)
+      : path_(std::move(path)), source_(path_, format, false) {}
+
+  int size() const { return source_.size(); }
+  std::string const& path() const { return path_; }
+  std::string const& format() const { return source_.format(); }
+
+  THandle<Entry> entry(int i) const {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    return source_.entry(i);
+  }
+  std::string identifier(int i) const { return source_.identifier(i).str(); }
+  // The index of the first entry with this identifier; -1 when there is none.
+  int find(std::string const& identifier) const {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    if (!by_identifier_) {
+      by_identifier_.emplace();
+      for (int i = size() - 1; i >= 0; --i)
+        (*by_identifier_)[source_.identifier(i).str()] = i;
+    }
+    auto const found = by_identifier_->find(identifier);
+    return found == by_identifier_->end() ? -1 : found->second;
+  }
+  std::pair<int, Match> nearest(std::string const& identifier) const {
+    Match match = Match::nearest_only;
+    int const i = source_.nearest(identifier, match);
+    return {i, match};
+  }
+
+ private:
+  std::string path_;
+  kora::cli::Source source_;
+  mutable std::mutex mutex_;
+  mutable std::optional<std::unordered_map<std::string, int>> by_identifier_;
+};
+
+EntryRef read_entry(Database const& db, int i) {
+  py::gil_scoped_release const release;
+  return {db.entry(i)};
+}
+
+// Iteration over a database's entries; keeps the database alive.
+struct EntryIterator {
+  py::object database;
+  int next = 0;
+};
+
+// The output format: the one given, else the one of the file name's extension.
+std::string output_format(std::optional<std::string> const& format, std::string const& path) {
+  std::string const name =
+      format ? kora::cli::canonical_format(*format) : kora::cli::format_of_extension(path);
+  if (name.empty()) {
+    throw py::value_error(format ? "unknown format '" + *format + "'"
+                                 : "cannot tell the format from '" + path + "': give format=");
+  }
+  return name;
+}
+
+// An entry, or a molecule made into an entry of its own.
+THandle<Entry> as_entry(py::handle item) {
+  if (py::isinstance<EntryRef>(item)) return item.cast<EntryRef const&>().entry;
+  if (py::isinstance<Molecule>(item)) {
+    Molecule const& m = item.cast<Molecule const&>();
+    auto molecules = kora::make_handle<kora::MoleculeList>(1, m.molecule);
+    auto maker = kora::make_handle<kora::CrystalMaker>(kora::Cell(), molecules, nullptr, nullptr);
+    return THandle<Entry>(kora::make_handle<kora::CrystalStructureImmediateDatabaseEntry>(
+        kora::DatabaseEntryIdentifier(m.identifier), maker));
+  }
+  throw py::type_error("expected a kora.Entry or a kora.Molecule, not " +
+                       std::string(py::str(py::type::of(item).attr("__name__"))));
+}
+
+std::vector<THandle<Entry>> as_entries(py::handle items) {
+  std::vector<THandle<Entry>> entries;
+  if (py::isinstance<EntryRef>(items) || py::isinstance<Molecule>(items)) {
+    entries.push_back(as_entry(items));
+  } else {
+    for (py::handle item : py::iter(items))
+      entries.push_back(as_entry(item));
+  }
+  return entries;
+}
+
+void write_all(std::vector<THandle<Entry>> const& entries, std::string const& format, bool v3000,
+               std::ostream& out) {
+  std::unique_ptr<kora::MoleculeFile> writer = kora::cli::make_file_object(format);
+  for (THandle<Entry> const& entry : entries)
+    kora::cli::write_entry(*writer, *entry, v3000, out);
+}
+
+int write_file(py::handle path, py::handle items, std::optional<std::string> const& format,
+               bool v3000) {
+  std::string const target = file_name(path);
+  std::string const name = output_format(format, target);
+  std::vector<THandle<Entry>> const entries = as_entries(items);
+  if (name == "res" && entries.size() > 1)
+    throw py::value_error("a RES file holds one structure, not " + std::to_string(entries.size()));
+  // Failures to open or write the file (kora::cli::Failure) arrive as OSError.
+  py::gil_scoped_release const release;
+  kora::cli::Output output(target);
+  write_all(entries, name, v3000, output.stream());
+  output.commit();
+  return static_cast<int>(entries.size());
+}
+
+std::string to_string(py::handle item, std::string const& format, bool v3000) {
+  std::string const name = kora::cli::canonical_format(format);
+  if (name.empty()) throw py::value_error("unknown format '" + format + "'");
+  std::ostringstream out;
+  write_all({as_entry(item)}, name, v3000, out);
+  return out.str();
+}
+
+}  // namespace
+
+PYBIND11_MODULE(kora, m) {
+  m.doc() =
+      "Read and write Tripos Mol2, MDL MOL/SD, PDB and SHELX RES files.\n\n"
+      "kora.open(path) gives a read-only database of the file's entries; each entry holds\n"
+      "molecules (atoms, bonds, coordinates) and, for crystal structures, a cell and space\n"
+      "group. kora.write and kora.to_string write entries and molecules in any format.";
+  m.attr("__version__") = KORA_VERSION;
+
+  static py::exception<kora::database_error> database_error(m, "DatabaseError", PyExc_RuntimeError);
+  database_error.doc() = "A database could not be indexed or an entry could not be read.";
+  py::register_exception_translator([](std::exception_ptr p) {
+    try {
+      if (p) std::rethrow_exception(p);
+    } catch (kora::database_error const& e) {
+      PyErr_SetString(database_error.ptr(), e.what());
+    } catch (kora::cli::MissingFile const& e) {
+      PyErr_SetString(PyExc_FileNotFoundError, e.what());
+    } catch (kora::cli::UnknownFormat const& e) {
+      PyErr_SetString(PyExc_ValueError, e.what());
+    } catch (kora::cli::Failure const& e) {
+      PyErr_SetString(PyExc_OSError, e.what());
+    }
+  });
+
+  py::enum_<kora::BondType>(m, "BondType", "The order of a bond.")
+      .value("UNKNOWN", kora::unknown_bond)
+      .value("SINGLE", kora::single_bond)
+      .value("DOUBLE", kora::double_bond)
+      .value("TRIPLE", kora::triple_bond)
+      .value("QUADRUPLE", kora::quadruple_bond)
+      .value("AROMATIC", kora::aromatic_bond)
+      .value("POLYMERIC", kora::polymeric_bond)
+      .value("DELOCALISED", kora::delocalised_bond)
+      .value("PI", kora::pi_bond);
+
+  py::enum_<Match>(m, "Match", "How Database.nearest matched an identifier.")
+      .value("EXACT", Match::exact)
+      .value("EQUAL_IGNORING_CASE", Match::equal_ignoring_case)
+      .value("NEAREST", Match::nearest_only);
+
+  py::class_<Format>(m, "Format", "A file format kora reads.")
+      .def_readonly("name", &Format::name, "Short name: mol2, sdf, pdb or res.")
+      .def_readonly("description", &Format::description)
+      .def_readonly("extensions", &Format::extensions, "File name extensions, without a dot.")
+      .def_readonly("writeable", &Format::writeable)
+      .def("__repr__", [](Format const& f) { return "<kora.Format " + f.name + ">"; });
+
+  py::class_<kora::Spacegroup>(m, "SpaceGroup", "A space group and its symmetry operators.")
+      .def_property_readonly("symbol", [](kora::Spacegroup const& s) { return text(s.symbol()); })
+      .def_property_readonly("number", &kora::Spacegroup::number)
+      .def_property_readonly(
+          "operators",
+          [](kora::Spacegroup const& s) {
+            std::vector<std::string> ops;
+            for (kora::CrystalSymmetryOperator const& op : s.operators())
+              ops.push_back(op.to_string());
+            return ops;
+          },
+          "The operators as strings such as 'x,y,z' or '-x,y+1/2,-z'.")
+      .def("__len__", &kora::Spacegroup::order)
+      .def("__repr__", [](kora::Spacegroup const& s) {
+        return "<kora.SpaceGroup " + s.symbol() + " (" + std::to_string(s.number()) + ")>";
+      });
+
+  py::class_<kora::Cell>(m, "Cell", "A unit cell: lengths in angstroms, angles in degrees.")
+      .def_property_readonly("a", &kora::Cell::a)
+      .def_property_readonly("b", &kora::Cell::b)
+      .def_property_readonly("c", &kora::Cell::c)
+      .def_property_readonly("alpha", [](kora::Cell const& c) { return c.alpha().degrees(); })
+      .def_property_readonly("beta", [](kora::Cell const& c) { return c.beta().degrees(); })
+      .def_property_readonly("gamma", [](kora::Cell const& c) { return c.gamma().degrees(); })
+      .def_property_readonly(
+          "lengths", [](kora::Cell const& c) { return py::make_tuple(c.a(), c.b(), c.c()); })
+      .def_property_readonly("angles",
+                             [](kora::Cell const& c) {
+                               return py::make_tuple(c.alpha().degrees(), c.beta().degrees(),
+                                                     c.gamma().degrees());
+                             })
+      .def_property_readonly("volume", &kora::Cell::volume, "In cubic angstroms.")
+      .def_property_readonly(
+          "fractional_to_orthogonal",
+          [](kora::Cell const& c) { return matrix(c.fractional_to_orthogonal()); },
+          "The 3x3 matrix taking fractional to Cartesian coordinates (columns a, b, c).")
+      .def_property_readonly(
+          "orthogonal_to_fractional",
+          [](kora::Cell const& c) { return matrix(c.orthogonal_to_fractional()); },
+          "The inverse of fractional_to_orthogonal.")
+      .def_property_readonly("spacegroup", &kora::Cell::spacegroup)
+      .def("__repr__", [](kora::Cell const& c) {
+        std::ostringstream s;
+        s << "<kora.Cell " << c.a() << ' ' << c.b() << ' ' << c.c() << ' ' << c.alpha().degrees()
+          << ' ' << c.beta().degrees() << ' ' << c.gamma().degrees() << '>';
+        return s.str();
+      });
+
+  py::class_<Atom>(m, "Atom", "An atom of a molecule.")
+      .def_readonly("index", &Atom::index, "Its place in the molecule's atoms, from 0.")
+      .def_property_readonly("label", [](Atom const& a) { return text(a.atom->label()); })
+      .def_property_readonly(
+          "element",
+          [](Atom const& a) {
+            kora::Element const e = a.atom->element();
+            return e.is_set() ? e.symbol() : std::string();
+          },
+          "The element symbol; '' when unknown.")
+      .def_property_readonly(
+          "atomic_number",
+          [](Atom const& a) {
+            kora::Element const e = a.atom->element();
+            return e.is_set() ? e.atomic_number() : 0;
+          },
+          "0 when the element is unknown.")
+      .def_property_readonly("formal_charge", [](Atom const& a) { return a.atom->formal_charge(); })
+      .def_property_readonly(
+          "coordinates",
+          [](Atom const& a) -> py::object {
+            THandle<kora::Site> const site = a.atom->site();
+            if (!site) return py::none();
+            kora::Point const& p = site->orthogonal();
+            return py::make_tuple(p[0], p[1], p[2]);
+          },
+          "Cartesian coordinates in angstroms; None when the atom has no position.")
+      .def_property_readonly(
+          "fractional",
+          [](Atom const& a) -> py::object {
+            THandle<kora::Site> const site = a.atom->site();
+            if (!site) return py::none();
+            kora::Point const& p = site->fractional();
+            return py::make_tuple(p[0], p[1], p[2]);
+          },
+          "Fractional coordinates; None when the atom has no position.")
+      .def_property_readonly(
+          "occupancy",
+          [](Atom const& a) -> py::object {
+            THandle<kora::Site> const site = a.atom->site();
+            if (!site) return py::none();
+            return py::float_(site->occupancy().value());
+          },
+          "None when the atom has no position.")
+      .def_property_readonly(
+          "residue",
+          [](Atom const& a) -> py::object {
+            kora::ProteinAtom const* protein = a.atom->protein_atom();
+            if (!protein) return py::none();
+            return text(protein->residue_label());
+          },
+          "The residue label of a protein atom (as PDB files give them); None otherwise.")
+      .def("__repr__", [](Atom const& a) {
+        return py::str("<kora.Atom {} {}>").format(text(a.atom->label()), a.index);
+      });
+
+  py::class_<Bond>(m, "Bond", "A bond between two atoms of a molecule.")
+      .def_property_readonly(
+          "atoms", [](Bond const& b) { return std::make_pair(b.atom1, b.atom2); },
+          "The indexes of its two atoms in the molecule.")
+      .def_readonly("type", &Bond::type)
+      .def("__repr__", [](Bond const& b) {
+        return py::str("<kora.Bond {}-{} {}>").format(b.atom1, b.atom2, py::cast(b.type));
+      });
+
+  py::class_<Molecule>(m, "Molecule", "Atoms and the bonds between them.")
+      .def("__len__", [](Molecule const& mol) { return mol.molecule->natoms(); })
+      .def_property_readonly("natoms", [](Molecule const& mol) { return mol.molecule->natoms(); })
+      .def_property_readonly("nbonds", [](Molecule const& mol) { return mol.molecule->nbonds(); })
+      .def_property_readonly("atoms",
+                             [](Molecule const& mol) {
+                               std::vector<Atom> atoms;
+                               int const n = mol.molecule->natoms();
+                               atoms.reserve(std::size_t(n));
+                               for (int i = 0; i < n; ++i)
+                                 atoms.push_back({mol.molecule->atom(i), i});
+                               return atoms;
+                             })
+      .def_property_readonly("bonds",
+                             [](Molecule const& mol) {
+                               std::vector<Bond> bonds;
+                               int const n = mol.molecule->nbonds();
+                               bonds.reserve(std::size_t(n));
+                               for (int i = 0; i < n; ++i) {
+                                 auto const [a, b] = mol.molecule->bond_atoms(i);
+                                 bonds.push_back({a, b, mol.molecule->bond(i)->type()});
+                               }
+                               return bonds;
+                             })
+      .def_property_readonly(
+          "coordinates", [](Molecule const& mol) { return positions(*mol.molecule, false); },
+          "Cartesian coordinates as an (n, 3) array; NaN rows for atoms without a position.")
+      .def_property_readonly(
+          "fractional_coordinates",
+          [](Molecule const& mol) { return positions(*mol.molecule, true); },
+          "Fractional coordinates as an (n, 3) array; NaN rows for atoms without a position.")
+      .def_property_readonly(
+          "formula",
+          [](Molecule const& mol) {
+            kora::cli::FormulaCounter counter;
+            counter.add(*mol.molecule);
+            return counter.formula();
+          },
+          "In Hill order: C, H, then the other elements alphabetically; '?' counts atoms of "
+          "unknown element.")
+      .def_property_readonly("formal_charge",
+                             [](Molecule const& mol) { return mol.molecule->formal_charge(); })
+      .def_property_readonly(
+          "identifier", [](Molecule const& mol) { return text(mol.identifier); },
+          "The identifier of the entry the molecule came from.")
+      .def("__repr__", [](Molecule const& mol) {
+        return "<kora.Molecule " + std::to_string(mol.molecule->natoms()) + " atoms, " +
+               std::to_string(mol.molecule->nbonds()) + " bonds>";
+      });
+
+  py::class_<EntryRef>(m, "Entry", "One structure of a file.")
+      .def_property_readonly("identifier",
+                             [](EntryRef const& e) { return text(e.entry->identifier().str()); })
+      .def_property_readonly("molecules", [](EntryRef const& e) { return molecules_of(*e.entry); })
+      .def_property_readonly(
+          "molecule", [](EntryRef const& e) { return merged_molecule(*e.entry); },
+          "All the molecules as one.")
+      .def_property_readonly(
+          "cell", [](EntryRef const& e) { return valid_cell(*e.entry); },
+          "The unit cell; None when there is none.")
+      .def_property_readonly(
+          "spacegroup",
+          [](EntryRef const& e) -> std::optional<kora::Spacegroup> {
+            std::optional<kora::Cell> const cell = valid_cell(*e.entry);
+            if (!cell) return std::nullopt;
+            return cell->spacegroup();
+          },
+          "The space group; None when there is no cell.")
+      .def_property_readonly(
+          "data",
+          [](EntryRef const& e) {
+            py::dict data;
+            if (std::optional<kora::cli::DataItems> const items = kora::cli::sd_data(*e.entry)) {
+              for (auto const& [name, lines] : *items) {
+                py::str const key = text(name);
+                if (data.contains(key)) continue;
+                std::string value;
+                for (std::size_t i = 0; i < lines.size(); ++i)
+                  value += (i ? "\n" : "") + lines[i];
+                data[key] = text(value);
+              }
+            }
+            return data;
+          },
+          "The data items of an SD record, by name (lines joined by newlines); the first "
+          "item of a repeated name wins. Empty for other formats.")
+      .def("__repr__", [](EntryRef const& e) {
+        return py::str("<kora.Entry {}>").format(text(e.entry->identifier().str()));
+      });
+
+  py::class_<EntryIterator>(m, "EntryIterator")
+      .def("__iter__", [](EntryIterator& it) -> EntryIterator& { return it; })
+      .def("__next__", [](EntryIterator& it) {
+        Database const& db = it.database.cast<Database const&>();
+        if (it.next >= db.size()) throw py::stop_iteration();
+        return read_entry(db, it.next++);
+      });
+
+  py::class_<Database>(m, "Database",
+                       "The entries of a file, read on demand: db[i], db['ID'], len(db), "
+                       "iteration.")
+      .def_property_readonly("path", &Database::path)
+      .def_property_readonly("format", &Database::format, "mol2, sdf, pdb or res.")
+      .def("__len__", &Database::size)
+      .def(
+          "__getitem__",
+          [](Database const& db, int i) {
+            int const n = db.size();
+            if (i < 0) i += n;
+            if (i < 0 || i >= n) throw py::index_error("entry index out of range");
+            return read_entry(db, i);
+          },
+          py::arg("index"))
+      .def(
+          "__getitem__",
+          [](Database const& db, std::string const& identifier) {
+            int const i = db.find(identifier);
+            if (i < 0) throw py::key_error(identifier);
+            return read_entry(db, i);
+          },
+          py::arg("identifier"))
+      .def("__contains__", [](Database const& db,
+                              std::string const& identifier) { return db.find(identifier) >= 0; })
+      .def("__iter__", [](py::object self) { return EntryIterator{std::move(self)}; })
+      .def_property_readonly("identifiers",
+                             [](Database const& db) {
+                               py::list ids;
+                               for (int i = 0; i < db.size(); ++i)
+                                 ids.append(text(db.identifier(i)));
+                               return ids;
+                             })
+      .def("nearest", &Database::nearest, py::arg("identifier"),
+           "(index, kora.Match): the entry with this identifier, else the first equal to it "
+           "ignoring case, else the smallest identifier above it, else the largest below it; "
+           "(-1, Match.NEAREST) when the database is empty.")
+      .def("__repr__", [](Database const& db) {
+        return "<kora.Database " + db.path() + " (" + db.format() + ", " +
+               std::to_string(db.size()) + " entries)>";
+      });
+
+  m.def(
+      "open",
+      [](py::handle path, std::optional<std::string> const& format) {
+        std::string const name = file_name(path);
+        py::gil_scoped_release const release;
+        return std::make_unique<Database>(name, format.value_or(""));
+      },
+      py::arg("path"), py::arg("format") = py::none(),
+      "Opens a file as a database of its entries. The format is found from the file unless "
+      "given (mol2; sdf, sd, mol, mdl; pdb, ent; res, ins). Raises FileNotFoundError, "
+      "ValueError for an unknown format, kora.DatabaseError when the file cannot be indexed.");
+
+  m.def(
+      "identify",
+      [](py::handle path) -> std::optional<std::string> {
+        std::string const name = file_name(path);
+        std::string format;
+        {
+          py::gil_scoped_release const release;
+          std::error_code ec;
+          if (!std::filesystem::is_regular_file(name, ec)) return std::nullopt;
+          THandle<kora::FileFormat> const found =
+              kora::find_file_format({name, kora::cli::extension_of(name)});
+          if (found) format = kora::cli::canonical_format(*found);
+        }
+        if (format.empty()) return std::nullopt;
+        return format;
+      },
+      py::arg("path"), "The name of the format of a file (mol2, sdf, pdb, res), or None.");
+
+  m.def(
+      "formats",
+      [] {
+        std::vector<Format> formats;
+        for (THandle<kora::FileFormat> const& f : kora::file_formats()) {
+          Format format{kora::cli::canonical_format(*f), f->name(), {}, f->writeable()};
+          f->all_extensions(format.extensions);
+          formats.push_back(std::move(format));
+        }
+        return formats;
+      },
+      "The formats kora reads, in the order in which files are identified.");
+
+  m.def("write", &write_file, py::arg("path"), py::arg("items"), py::arg("format") = py::none(),
+        py::arg("v3000") = false,
+        "Writes entries or molecules (one, or an iterable of them) to a file and returns how "
+        "many were written. The format is the one of the file's extension unless given; "
+        "v3000 writes V3000 MOL blocks. An existing file is replaced only when everything "
+        "was written.");
+  m.def("to_string", &to_string, py::arg("item"), py::arg("format"), py::arg("v3000") = false,
+        "One entry or molecule as the text of a file of the format.");
+}
