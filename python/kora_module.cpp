@@ -235,7 +235,7 @@ int write_file(py::handle path, py::handle items, std::optional<std::string> con
   std::vector<THandle<Entry>> const entries = as_entries(items);
   if (name == "res" && entries.size() > 1)
     throw py::value_error("a RES file holds one structure, not " + std::to_string(entries.size()));
-  // Failures to open or write the file (kora::cli::Failure) arrive as OSError.
+  // Failures to open or write the file (kora::cli::OutputFailure) arrive as OSError.
   py::gil_scoped_release const release;
   kora::cli::Output output(target);
   write_all(entries, name, v3000, output.stream());
@@ -272,8 +272,10 @@ PYBIND11_MODULE(kora, m) {
       PyErr_SetString(PyExc_FileNotFoundError, e.what());
     } catch (kora::cli::UnknownFormat const& e) {
       PyErr_SetString(PyExc_ValueError, e.what());
-    } catch (kora::cli::Failure const& e) {
+    } catch (kora::cli::OutputFailure const& e) {
       PyErr_SetString(PyExc_OSError, e.what());
+    } catch (kora::cli::Failure const& e) {
+      PyErr_SetString(PyExc_RuntimeError, e.what());
     }
   });
 

@@ -9,8 +9,6 @@
 #include <filesystem>
 #include <iostream>
 
-#include "sources.hpp"
-
 namespace kora::cli {
 
 namespace fs = std::filesystem;
@@ -21,7 +19,7 @@ Output::Output(std::string const& target) : target_(target) {
   fs::file_status const status = fs::status(target_, ec);  // follows symbolic links
   if (fs::exists(status) && !fs::is_regular_file(status)) {
     file_.open(target_, std::ios::binary);
-    if (!file_) throw Failure(target_ + ": cannot write: " + std::strerror(errno));
+    if (!file_) throw OutputFailure(target_ + ": cannot write: " + std::strerror(errno));
     return;
   }
   // Through a symbolic link, the file it leads to is replaced and the link kept.
@@ -34,11 +32,11 @@ Output::Output(std::string const& target) : target_(target) {
   fs::path const dir = fs::absolute(path).parent_path();
   std::string pattern = (dir / (path.filename().string() + ".kora-XXXXXX")).string();
   int const fd = mkstemp(pattern.data());
-  if (fd < 0) throw Failure(target_ + ": cannot write: " + std::strerror(errno));
+  if (fd < 0) throw OutputFailure(target_ + ": cannot write: " + std::strerror(errno));
   close(fd);
   temporary_ = pattern;
   file_.open(temporary_, std::ios::binary | std::ios::trunc);
-  if (!file_) throw Failure(target_ + ": cannot write: " + std::strerror(errno));
+  if (!file_) throw OutputFailure(target_ + ": cannot write: " + std::strerror(errno));
 }
 
 Output::~Output() {
@@ -50,7 +48,7 @@ std::ostream& Output::stream() {
 }
 
 void Output::check() {
-  if (!stream()) throw Failure(target_ + ": write error: " + std::strerror(errno));
+  if (!stream()) throw OutputFailure(target_ + ": write error: " + std::strerror(errno));
 }
 
 void Output::commit() {
@@ -58,11 +56,11 @@ void Output::commit() {
   check();
   if (target_ == "-") return;
   file_.close();
-  if (!file_) throw Failure(target_ + ": write error: " + std::strerror(errno));
+  if (!file_) throw OutputFailure(target_ + ": write error: " + std::strerror(errno));
   if (temporary_.empty()) return;  // written directly
   std::error_code ec;
   fs::rename(temporary_, path_, ec);
-  if (ec) throw Failure(target_ + ": cannot write: " + ec.message());
+  if (ec) throw OutputFailure(target_ + ": cannot write: " + ec.message());
   temporary_.clear();
 }
 

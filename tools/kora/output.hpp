@@ -6,13 +6,20 @@
 #include <ostream>
 #include <string>
 
+#include "sources.hpp"
+
 namespace kora::cli {
+
+// A file that could not be written.
+struct OutputFailure : Failure {
+  using Failure::Failure;
+};
 
 // Writes into a temporary file beside the target and renames it over the target only when
 // everything was written. Standard output, and targets that are not regular files (devices
 // such as /dev/full or /dev/stdout, named pipes), are written directly: renaming over them
 // would replace the device or pipe itself.
-// Failures throw Failure with the target's name and the reason.
+// Failures throw OutputFailure with the target's name and the reason.
 class Output {
  public:
   // "-" is standard output.
