@@ -41,6 +41,20 @@ py::str text(std::string const& s) {
   return py::reinterpret_steal<py::str>(o);
 }
 
+// A str from Python as bytes: lone surrogates (text that came from files as invalid UTF-8)
+// go back to the bytes they stand for.
+std::string bytes_of(py::handle s) {
+  if (!PyUnicode_Check(s.ptr())) throw py::type_error("expected a str");
+  PyObject* b = PyUnicode_AsEncodedString(s.ptr(), "utf-8", "surrogateescape");
+  if (!b) throw py::error_already_set();
+  return py::reinterpret_steal<py::bytes>(b).cast<std::string>();
+}
+
+// A file name as Python gives it back: undecodable bytes as surrogates.
+py::object path_text(std::string const& name) {
+  return py::module_::import("os").attr("fsdecode")(py::bytes(name));
+}
+
 // A str, bytes or os.PathLike as a file name in the file system's encoding.
 std::string file_name(py::handle path) {
   py::module_ const os = py::module_::import("os");
@@ -54,11 +68,13 @@ double nan() {
 struct Molecule {
   THandle<kora::Molecule> molecule;
   std::string identifier;  // of the entry it came from
+  bool has_cell;           // fractional coordinates mean something only in a real cell
 };
 
 struct Atom {
   THandle<kora::Atom> atom;
   int index;
+  bool has_cell;
 };
 
 struct Bond {
@@ -92,8 +108,9 @@ std::vector<Molecule> molecules_of(Entry const& entry) {
   THandle<kora::CrystalMaker> const maker = entry.crystal_maker();
   if (!maker) return molecules;
   std::string const identifier = entry.identifier().str();
+  bool const has_cell = valid_cell(entry).has_value();
   for (int i = 0; i < maker->nmolecules(); ++i)
-    molecules.push_back({maker->molecule(i), identifier});
+    molecules.push_back({maker->molecule(i), identifier, has_cell});
   return molecules;
 }
 
@@ -103,11 +120,11 @@ Molecule merged_molecule(Entry const& entry) {
   auto merged = kora::make_handle<kora::Molecule3d>();
   for (Molecule const& m : molecules)
     merged->add(*m.molecule);
-  return {THandle<kora::Molecule>(merged), entry.identifier().str()};
+  return {THandle<kora::Molecule>(merged), entry.identifier().str(), valid_cell(entry).has_value()};
 }
 
 // Cartesian (or fractional) positions, one row per atom; NaN where there is none.
-py::array_t<double> positions(kora::Molecule const& molecule, bool fractional) {
+py::array_t<double> positions(kora::Molecule const& molecule, bool fractional, bool has_cell) {
   py::ssize_t const n = molecule.natoms();
   py::array_t<double> array({n, py::ssize_t(3)});
   auto out = array.mutable_unchecked<2>();
@@ -116,7 +133,7 @@ py::array_t<double> positions(kora::Molecule const& molecule, bool fractional) {
     THandle<kora::Site> const site = atom->site();
     for (py::ssize_t a = 0; a < 3; ++a) {
       double v = nan();
-      if (site)
+      if (site && (has_cell || !fractional))
         v = fractional ? site->fractional()[std::size_t(a)] : site->orthogonal()[std::size_t(a)];
       out(i, a) = v;
     }
@@ -243,12 +260,26 @@ int write_file(py::handle path, py::handle items, std::optional<std::string> con
   return static_cast<int>(entries.size());
 }
 
-std::string to_string(py::handle item, std::string const& format, bool v3000) {
+py::str to_string(py::handle item, std::string const& format, bool v3000) {
   std::string const name = kora::cli::canonical_format(format);
   if (name.empty()) throw py::value_error("unknown format '" + format + "'");
   std::ostringstream out;
   write_all({as_entry(item)}, name, v3000, out);
-  return out.str();
+  return text(out.str());
+}
+
+// Sets a Python exception with the message of a library one: file names and text in messages
+// may be any bytes.
+void raise(PyObject* type, std::exception const& e) {
+  std::string const message = e.what();
+  PyObject* o = PyUnicode_DecodeUTF8(message.data(), static_cast<Py_ssize_t>(message.size()),
+                                     "backslashreplace");
+  if (!o) {
+    PyErr_SetString(type, "(message not readable)");
+    return;
+  }
+  PyErr_SetObject(type, o);
+  Py_DECREF(o);
 }
 
 }  // namespace
@@ -266,16 +297,24 @@ PYBIND11_MODULE(kora, m) {
   py::register_exception_translator([](std::exception_ptr p) {
     try {
       if (p) std::rethrow_exception(p);
+    } catch (py::builtin_exception const&) {
+      throw;  // pybind11's own (IndexError, KeyError, ...), for its translator
+    } catch (py::error_already_set const&) {
+      throw;
     } catch (kora::database_error const& e) {
-      PyErr_SetString(database_error.ptr(), e.what());
+      raise(database_error.ptr(), e);
     } catch (kora::cli::MissingFile const& e) {
-      PyErr_SetString(PyExc_FileNotFoundError, e.what());
+      raise(PyExc_FileNotFoundError, e);
     } catch (kora::cli::UnknownFormat const& e) {
-      PyErr_SetString(PyExc_ValueError, e.what());
+      raise(PyExc_ValueError, e);
     } catch (kora::cli::OutputFailure const& e) {
-      PyErr_SetString(PyExc_OSError, e.what());
-    } catch (kora::cli::Failure const& e) {
-      PyErr_SetString(PyExc_RuntimeError, e.what());
+      raise(PyExc_OSError, e);
+    } catch (std::invalid_argument const& e) {
+      raise(PyExc_ValueError, e);
+    } catch (std::out_of_range const& e) {
+      raise(PyExc_IndexError, e);
+    } catch (std::exception const& e) {
+      raise(PyExc_RuntimeError, e);
     }
   });
 
@@ -299,7 +338,7 @@ PYBIND11_MODULE(kora, m) {
       .def_readonly("name", &Format::name, "Short name: mol2, sdf, pdb or res.")
       .def_readonly("description", &Format::description)
       .def_readonly("extensions", &Format::extensions, "File name extensions, without a dot.")
-      .def_readonly("writeable", &Format::writeable)
+      .def_readonly("writeable", &Format::writeable, "Whether kora.write writes the format.")
       .def("__repr__", [](Format const& f) { return "<kora.Format " + f.name + ">"; });
 
   py::class_<kora::Spacegroup>(m, "SpaceGroup", "A space group and its symmetry operators.")
@@ -381,11 +420,11 @@ PYBIND11_MODULE(kora, m) {
           "fractional",
           [](Atom const& a) -> py::object {
             THandle<kora::Site> const site = a.atom->site();
-            if (!site) return py::none();
+            if (!site || !a.has_cell) return py::none();
             kora::Point const& p = site->fractional();
             return py::make_tuple(p[0], p[1], p[2]);
           },
-          "Fractional coordinates; None when the atom has no position.")
+          "Fractional coordinates; None when the atom has no position or the entry no cell.")
       .def_property_readonly(
           "occupancy",
           [](Atom const& a) -> py::object {
@@ -425,7 +464,7 @@ PYBIND11_MODULE(kora, m) {
                                int const n = mol.molecule->natoms();
                                atoms.reserve(std::size_t(n));
                                for (int i = 0; i < n; ++i)
-                                 atoms.push_back({mol.molecule->atom(i), i});
+                                 atoms.push_back({mol.molecule->atom(i), i, mol.has_cell});
                                return atoms;
                              })
       .def_property_readonly("bonds",
@@ -440,12 +479,13 @@ PYBIND11_MODULE(kora, m) {
                                return bonds;
                              })
       .def_property_readonly(
-          "coordinates", [](Molecule const& mol) { return positions(*mol.molecule, false); },
+          "coordinates", [](Molecule const& mol) { return positions(*mol.molecule, false, true); },
           "Cartesian coordinates as an (n, 3) array; NaN rows for atoms without a position.")
       .def_property_readonly(
           "fractional_coordinates",
-          [](Molecule const& mol) { return positions(*mol.molecule, true); },
-          "Fractional coordinates as an (n, 3) array; NaN rows for atoms without a position.")
+          [](Molecule const& mol) { return positions(*mol.molecule, true, mol.has_cell); },
+          "Fractional coordinates as an (n, 3) array; NaN rows for atoms without a position, "
+          "and NaN everywhere when the entry has no cell.")
       .def_property_readonly(
           "formula",
           [](Molecule const& mol) {
@@ -516,28 +556,35 @@ PYBIND11_MODULE(kora, m) {
   py::class_<Database>(m, "Database",
                        "The entries of a file, read on demand: db[i], db['ID'], len(db), "
                        "iteration.")
-      .def_property_readonly("path", &Database::path)
+      .def_property_readonly("path", [](Database const& db) { return path_text(db.path()); })
       .def_property_readonly("format", &Database::format, "mol2, sdf, pdb or res.")
       .def("__len__", &Database::size)
       .def(
           "__getitem__",
-          [](Database const& db, int i) {
-            int const n = db.size();
+          [](Database const& db, py::int_ const& index) {
+            int overflow = 0;
+            long long i = PyLong_AsLongLongAndOverflow(index.ptr(), &overflow);
+            long long const n = db.size();
             if (i < 0) i += n;
-            if (i < 0 || i >= n) throw py::index_error("entry index out of range");
-            return read_entry(db, i);
+            if (overflow != 0 || i < 0 || i >= n) throw py::index_error("entry index out of range");
+            return read_entry(db, static_cast<int>(i));
           },
           py::arg("index"))
       .def(
           "__getitem__",
-          [](Database const& db, std::string const& identifier) {
-            int const i = db.find(identifier);
-            if (i < 0) throw py::key_error(identifier);
+          [](Database const& db, py::str const& identifier) {
+            int const i = db.find(bytes_of(identifier));
+            if (i < 0) {
+              PyErr_SetObject(PyExc_KeyError, identifier.ptr());
+              throw py::error_already_set();
+            }
             return read_entry(db, i);
           },
           py::arg("identifier"))
-      .def("__contains__", [](Database const& db,
-                              std::string const& identifier) { return db.find(identifier) >= 0; })
+      .def("__contains__",
+           [](Database const& db, py::object const& identifier) {
+             return PyUnicode_Check(identifier.ptr()) && db.find(bytes_of(identifier)) >= 0;
+           })
       .def("__iter__", [](py::object self) { return EntryIterator{std::move(self)}; })
       .def_property_readonly("identifiers",
                              [](Database const& db) {
@@ -546,13 +593,18 @@ PYBIND11_MODULE(kora, m) {
                                  ids.append(text(db.identifier(i)));
                                return ids;
                              })
-      .def("nearest", &Database::nearest, py::arg("identifier"),
-           "(index, kora.Match): the entry with this identifier, else the first equal to it "
-           "ignoring case, else the smallest identifier above it, else the largest below it; "
-           "(-1, Match.NEAREST) when the database is empty.")
+      .def(
+          "nearest",
+          [](Database const& db, py::str const& identifier) {
+            return db.nearest(bytes_of(identifier));
+          },
+          py::arg("identifier"),
+          "(index, kora.Match): the entry with this identifier, else the first equal to it "
+          "ignoring case, else the smallest identifier above it, else the largest below it; "
+          "(-1, Match.NEAREST) when the database is empty.")
       .def("__repr__", [](Database const& db) {
-        return "<kora.Database " + db.path() + " (" + db.format() + ", " +
-               std::to_string(db.size()) + " entries)>";
+        return py::str("<kora.Database {} ({}, {} entries)>")
+            .format(path_text(db.path()), db.format(), db.size());
       });
 
   m.def(
@@ -590,7 +642,9 @@ PYBIND11_MODULE(kora, m) {
       [] {
         std::vector<Format> formats;
         for (THandle<kora::FileFormat> const& f : kora::file_formats()) {
-          Format format{kora::cli::canonical_format(*f), f->name(), {}, f->writeable()};
+          // Every format is written by kora.write (the MOL descriptor calls itself read-only,
+          // but its file object prints).
+          Format format{kora::cli::canonical_format(*f), f->name(), {}, true};
           f->all_extensions(format.extensions);
           formats.push_back(std::move(format));
         }

@@ -111,7 +111,7 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
   } catch (std::exception const& e) {
     throw Failure(file_name + ": " + e.what());
   }
-  if (!database_) throw Failure(file_name + ": not a " + format->name());
+  if (!database_) throw UnknownFormat(file_name + ": not a " + format->name());
   if (database_->size() > 0) return;
   // The index found no entry: read the file as one structure.
   std::unique_ptr<MoleculeFile> file = make_file_object(format_);

@@ -18,7 +18,7 @@ struct Failure : std::runtime_error {
 struct MissingFile : Failure {
   using Failure::Failure;
 };
-// A format name nobody knows, or a file that no format takes.
+// A format name nobody knows, a file that no format takes, or one the format asked for refuses.
 struct UnknownFormat : Failure {
   using Failure::Failure;
 };
