@@ -582,7 +582,7 @@ class CrystalBuilder {
       if (!(std::fabs(fractional_difference[a]) <= same_position_reach_[a])) return false;
     return orthogonal_length_(fractional_difference) < same_position_tolerance;
   }
-  bool rotations_form_a_group_() const;
+  bool operators_form_a_group_() const;
   void find_links_();
   void prune_hydrogens_();
   void drop_repeated_links_();
@@ -626,23 +626,44 @@ class CrystalBuilder {
   std::deque<int> given_queue_, copy_queue_;
 };
 
-// Products of operators stay among the group's rotations only when these form a point group:
-// at most 48 matrices with entries -1, 0 and 1, closed under multiplication. Anything else
-// (an incomplete list of operators, or matrices that are not crystallographic) could make
-// the products of a long chain of bonds grow without bound.
-bool CrystalBuilder::rotations_form_a_group_() const {
+// Products of operators stay among the group's operators, up to whole cells, only when these
+// form a space group: at most 48 rotations with entries -1, 0 and 1, and every product of two
+// operators one of the operators plus a lattice translation. Anything else (an incomplete
+// list of operators, matrices that are not crystallographic, a mistyped translation) could
+// make the products of a long chain of bonds grow without bound.
+bool CrystalBuilder::operators_form_a_group_() const {
   std::vector<Matrix<int, 3, 3>> rotations;
+  std::vector<std::vector<Vector<double, 3>>> translations;  // per rotation
   for (Affine const& op : operators_) {
     for (std::size_t i = 0; i < 9; ++i)
       if (op.r(i / 3, i % 3) < -1 || op.r(i / 3, i % 3) > 1) return false;
-    if (std::find(rotations.begin(), rotations.end(), op.r) == rotations.end()) {
+    auto found = std::find(rotations.begin(), rotations.end(), op.r);
+    if (found == rotations.end()) {
       if (rotations.size() == 48) return false;
       rotations.push_back(op.r);
+      translations.emplace_back();
+      found = rotations.end() - 1;
+    }
+    translations[std::size_t(found - rotations.begin())].push_back(op.t);
+  }
+  auto const same_in_cell = [](Vector<double, 3> const& u, Vector<double, 3> const& v) {
+    for (std::size_t a = 0; a < 3; ++a) {
+      double const d = u[a] - v[a];
+      if (!(std::fabs(d - std::nearbyint(d)) <= 1e-3)) return false;
+    }
+    return true;
+  };
+  for (Affine const& a : operators_) {
+    for (Affine const& b : operators_) {
+      Affine const product = compose(a, b);
+      auto const found = std::find(rotations.begin(), rotations.end(), product.r);
+      if (found == rotations.end()) return false;
+      auto const& candidates = translations[std::size_t(found - rotations.begin())];
+      if (std::none_of(candidates.begin(), candidates.end(),
+                       [&](Vector<double, 3> const& t) { return same_in_cell(product.t, t); }))
+        return false;
     }
   }
-  for (auto const& a : rotations)
-    for (auto const& b : rotations)
-      if (std::find(rotations.begin(), rotations.end(), a * b) == rotations.end()) return false;
   return true;
 }
 
@@ -678,7 +699,7 @@ bool CrystalBuilder::prepare() {
     operators_.push_back({});
     inverse_rotations_.push_back(Matrix<int, 3, 3>::identity());
   }
-  if (!rotations_form_a_group_()) return false;
+  if (!operators_form_a_group_()) return false;
   // The operators must keep the cell's distances (within 1%): operators of a cubic group on a
   // cell with three different lengths, say, would map bonds onto non-bonds and grow
   // molecules without sense.

@@ -206,6 +206,19 @@ TEST(ResFile, OperatorsMustKeepTheCell) {
   EXPECT_EQ((*damaged.molecules())[0]->natoms(), 1);
 }
 
+// Operators whose products are not among them (up to whole cells) are not a space group: a
+// mistyped translation once grew a polymer of 30,000 atoms from a fuzzer's input.
+TEST(ResFile, OperatorsMustFormAGroup) {
+  auto const p4 = [](char const* half_turn) {
+    return read(std::string("CELL 0.71073 5 5 7 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM ") +
+                half_turn + "\nSYMM Y,-X,Z\nSFAC C\nC1 1 0.15 0.0 0.0 11 0.03\n");
+  };
+  EXPECT_EQ((*p4("-X,-Y,1+Z").molecules())[0]->natoms(), 4);  // a whole cell away is the same
+  ResFile const mistyped = p4("-X,-Y,1/3+Z");
+  ASSERT_EQ(mistyped.molecules()->size(), 1u);
+  EXPECT_EQ((*mistyped.molecules())[0]->natoms(), 1);
+}
+
 // A fuzzer's finding, rewritten: difference peaks crowded around special positions of
 // Fm-3m, each bonded to dozens of images. Growing the molecule once took over a second under
 // the sanitizers; the file is also a seed of the fuzzers, which time every input.
