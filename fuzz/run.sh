@@ -2,7 +2,10 @@
 # Builds the libFuzzer harnesses with clang under AddressSanitizer and
 # UndefinedBehaviorSanitizer and runs each for a while on its seeds, two at a time.
 #
-#   fuzz/run.sh [SECONDS] [TIMEOUT]    (defaults: 60 seconds per harness, 2 s per input)
+#   fuzz/run.sh [SECONDS] [TIMEOUT] [NAME...]
+#
+# Defaults: 60 seconds per harness, 2 s per input, every harness (mol2 mdl pdb res text
+# databases).
 #
 # The sanitizers and coverage tracing slow reading down about ten times: 2 s under them is
 # about 0.2 s in a release build.
@@ -49,7 +52,8 @@ run() {  # run NAME: one harness; its log in build-fuzz/NAME.log
 }
 
 status=0
-names=(mol2 mdl pdb res text databases)
+names=("${@:3}")
+[[ ${#names[@]} -gt 0 ]] || names=(mol2 mdl pdb res text databases)
 for ((i = 0; i < ${#names[@]}; i += 2)); do
   pids=()
   for name in "${names[@]:i:2}"; do

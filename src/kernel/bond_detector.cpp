@@ -38,6 +38,11 @@ constexpr double copy_tolerance = 0.01;
 // The largest fractional coordinate taken in crystal mode: beyond it whole lattice
 // translations can no longer be told apart to a small fraction of an angstrom.
 constexpr double max_fractional = 1e6;
+// The most images an atom may bond to in crystal mode. Real atoms have a dozen neighbours or
+// so, twice that among the split sites of disorder; hundreds mean images packed closer than
+// matter allows (a cell far too small for its contents), and growing molecules from them
+// would cost time and memory in proportion for nothing of use.
+constexpr std::size_t max_crystal_neighbours = 64;
 
 // Squared bond limits between the elements that occur, by a small class number per element,
 // so that the inner loops read one table instead of two radii and a tolerance.
@@ -557,6 +562,7 @@ class CrystalBuilder {
   // direction (every atom would bond to its own lattice translations), or with operators
   // that do not make a space group.
   bool prepare();
+  // Null when some atom bonds to more than max_crystal_neighbours images.
   THandle<std::vector<THandle<Molecule>>> build();
 
  private:
@@ -1156,8 +1162,10 @@ THandle<std::vector<THandle<Molecule>>> CrystalBuilder::build() {
   find_links_();
   if (detector_.refinement_mode() == BondDetector::prune_hydrogens) prune_hydrogens_();
   drop_repeated_links_();
-
   std::size_t const n = atoms_.size();
+  for (std::size_t i = 0; i < n; ++i)
+    if (links_.of(i).size() > max_crystal_neighbours) return {};
+
   std::size_t const valid = std::size_t(
       std::count_if(element_class_.begin(), element_class_.end(), [](int c) { return c >= 0; }));
   copies_left_ = 20 * valid * operators_.size();
@@ -1235,7 +1243,9 @@ THandle<std::vector<THandle<Molecule>>> BondDetector::molecules(std::vector<THan
                                                                 Cell const& cell) const {
   if (detection_ == crystal) {
     CrystalBuilder builder(atoms, cell, *this);
-    if (builder.prepare()) return builder.build();
+    if (builder.prepare()) {
+      if (auto built = builder.build()) return built;
+    }
   }
   return create_molecules(atoms, *bonds(atoms));
 }
