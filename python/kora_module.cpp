@@ -342,8 +342,11 @@ PYBIND11_MODULE(kora, m) {
       .def("__repr__", [](Format const& f) { return "<kora.Format " + f.name + ">"; });
 
   py::class_<kora::Spacegroup>(m, "SpaceGroup", "A space group and its symmetry operators.")
-      .def_property_readonly("symbol", [](kora::Spacegroup const& s) { return text(s.symbol()); })
-      .def_property_readonly("number", &kora::Spacegroup::number)
+      .def_property_readonly(
+          "symbol", [](kora::Spacegroup const& s) { return text(s.symbol()); },
+          "The Hermann-Mauguin symbol, as the file gave it or as kora names the group.")
+      .def_property_readonly("number", &kora::Spacegroup::number,
+                             "The number in International Tables (1 to 230); 0 when unknown.")
       .def_property_readonly(
           "operators",
           [](kora::Spacegroup const& s) {
@@ -359,19 +362,24 @@ PYBIND11_MODULE(kora, m) {
       });
 
   py::class_<kora::Cell>(m, "Cell", "A unit cell: lengths in angstroms, angles in degrees.")
-      .def_property_readonly("a", &kora::Cell::a)
-      .def_property_readonly("b", &kora::Cell::b)
-      .def_property_readonly("c", &kora::Cell::c)
-      .def_property_readonly("alpha", [](kora::Cell const& c) { return c.alpha().degrees(); })
-      .def_property_readonly("beta", [](kora::Cell const& c) { return c.beta().degrees(); })
-      .def_property_readonly("gamma", [](kora::Cell const& c) { return c.gamma().degrees(); })
+      .def_property_readonly("a", &kora::Cell::a, "Length of a, in angstroms.")
+      .def_property_readonly("b", &kora::Cell::b, "Length of b, in angstroms.")
+      .def_property_readonly("c", &kora::Cell::c, "Length of c, in angstroms.")
       .def_property_readonly(
-          "lengths", [](kora::Cell const& c) { return py::make_tuple(c.a(), c.b(), c.c()); })
-      .def_property_readonly("angles",
-                             [](kora::Cell const& c) {
-                               return py::make_tuple(c.alpha().degrees(), c.beta().degrees(),
-                                                     c.gamma().degrees());
-                             })
+          "alpha", [](kora::Cell const& c) { return c.alpha().degrees(); }, "In degrees.")
+      .def_property_readonly(
+          "beta", [](kora::Cell const& c) { return c.beta().degrees(); }, "In degrees.")
+      .def_property_readonly(
+          "gamma", [](kora::Cell const& c) { return c.gamma().degrees(); }, "In degrees.")
+      .def_property_readonly(
+          "lengths", [](kora::Cell const& c) { return py::make_tuple(c.a(), c.b(), c.c()); },
+          "(a, b, c).")
+      .def_property_readonly(
+          "angles",
+          [](kora::Cell const& c) {
+            return py::make_tuple(c.alpha().degrees(), c.beta().degrees(), c.gamma().degrees());
+          },
+          "(alpha, beta, gamma).")
       .def_property_readonly("volume", &kora::Cell::volume, "In cubic angstroms.")
       .def_property_readonly(
           "fractional_to_orthogonal",
@@ -381,7 +389,7 @@ PYBIND11_MODULE(kora, m) {
           "orthogonal_to_fractional",
           [](kora::Cell const& c) { return matrix(c.orthogonal_to_fractional()); },
           "The inverse of fractional_to_orthogonal.")
-      .def_property_readonly("spacegroup", &kora::Cell::spacegroup)
+      .def_property_readonly("spacegroup", &kora::Cell::spacegroup, "The cell's space group.")
       .def("__repr__", [](kora::Cell const& c) {
         std::ostringstream s;
         s << "<kora.Cell " << c.a() << ' ' << c.b() << ' ' << c.c() << ' ' << c.alpha().degrees()
@@ -391,7 +399,9 @@ PYBIND11_MODULE(kora, m) {
 
   py::class_<Atom>(m, "Atom", "An atom of a molecule.")
       .def_readonly("index", &Atom::index, "Its place in the molecule's atoms, from 0.")
-      .def_property_readonly("label", [](Atom const& a) { return text(a.atom->label()); })
+      .def_property_readonly(
+          "label", [](Atom const& a) { return text(a.atom->label()); },
+          "The atom's name in the file.")
       .def_property_readonly(
           "element",
           [](Atom const& a) {
@@ -406,7 +416,9 @@ PYBIND11_MODULE(kora, m) {
             return e.is_set() ? e.atomic_number() : 0;
           },
           "0 when the element is unknown.")
-      .def_property_readonly("formal_charge", [](Atom const& a) { return a.atom->formal_charge(); })
+      .def_property_readonly(
+          "formal_charge", [](Atom const& a) { return a.atom->formal_charge(); },
+          "In units of the elementary charge.")
       .def_property_readonly(
           "coordinates",
           [](Atom const& a) -> py::object {
@@ -449,35 +461,41 @@ PYBIND11_MODULE(kora, m) {
       .def_property_readonly(
           "atoms", [](Bond const& b) { return std::make_pair(b.atom1, b.atom2); },
           "The indexes of its two atoms in the molecule.")
-      .def_readonly("type", &Bond::type)
+      .def_readonly("type", &Bond::type, "A kora.BondType.")
       .def("__repr__", [](Bond const& b) {
         return py::str("<kora.Bond {}-{} {}>").format(b.atom1, b.atom2, py::cast(b.type));
       });
 
   py::class_<Molecule>(m, "Molecule", "Atoms and the bonds between them.")
       .def("__len__", [](Molecule const& mol) { return mol.molecule->natoms(); })
-      .def_property_readonly("natoms", [](Molecule const& mol) { return mol.molecule->natoms(); })
-      .def_property_readonly("nbonds", [](Molecule const& mol) { return mol.molecule->nbonds(); })
-      .def_property_readonly("atoms",
-                             [](Molecule const& mol) {
-                               std::vector<Atom> atoms;
-                               int const n = mol.molecule->natoms();
-                               atoms.reserve(std::size_t(n));
-                               for (int i = 0; i < n; ++i)
-                                 atoms.push_back({mol.molecule->atom(i), i, mol.has_cell});
-                               return atoms;
-                             })
-      .def_property_readonly("bonds",
-                             [](Molecule const& mol) {
-                               std::vector<Bond> bonds;
-                               int const n = mol.molecule->nbonds();
-                               bonds.reserve(std::size_t(n));
-                               for (int i = 0; i < n; ++i) {
-                                 auto const [a, b] = mol.molecule->bond_atoms(i);
-                                 bonds.push_back({a, b, mol.molecule->bond(i)->type()});
-                               }
-                               return bonds;
-                             })
+      .def_property_readonly(
+          "natoms", [](Molecule const& mol) { return mol.molecule->natoms(); }, "len(molecule).")
+      .def_property_readonly(
+          "nbonds", [](Molecule const& mol) { return mol.molecule->nbonds(); }, "len(bonds).")
+      .def_property_readonly(
+          "atoms",
+          [](Molecule const& mol) {
+            std::vector<Atom> atoms;
+            int const n = mol.molecule->natoms();
+            atoms.reserve(std::size_t(n));
+            for (int i = 0; i < n; ++i)
+              atoms.push_back({mol.molecule->atom(i), i, mol.has_cell});
+            return atoms;
+          },
+          "The atoms, each a kora.Atom.")
+      .def_property_readonly(
+          "bonds",
+          [](Molecule const& mol) {
+            std::vector<Bond> bonds;
+            int const n = mol.molecule->nbonds();
+            bonds.reserve(std::size_t(n));
+            for (int i = 0; i < n; ++i) {
+              auto const [a, b] = mol.molecule->bond_atoms(i);
+              bonds.push_back({a, b, mol.molecule->bond(i)->type()});
+            }
+            return bonds;
+          },
+          "The bonds, each a kora.Bond.")
       .def_property_readonly(
           "coordinates", [](Molecule const& mol) { return positions(*mol.molecule, false, true); },
           "Cartesian coordinates as an (n, 3) array; NaN rows for atoms without a position.")
@@ -495,8 +513,9 @@ PYBIND11_MODULE(kora, m) {
           },
           "In Hill order: C, H, then the other elements alphabetically; '?' counts atoms of "
           "unknown element.")
-      .def_property_readonly("formal_charge",
-                             [](Molecule const& mol) { return mol.molecule->formal_charge(); })
+      .def_property_readonly(
+          "formal_charge", [](Molecule const& mol) { return mol.molecule->formal_charge(); },
+          "The sum of the atoms' formal charges.")
       .def_property_readonly(
           "identifier", [](Molecule const& mol) { return text(mol.identifier); },
           "The identifier of the entry the molecule came from.")
@@ -506,9 +525,14 @@ PYBIND11_MODULE(kora, m) {
       });
 
   py::class_<EntryRef>(m, "Entry", "One structure of a file.")
-      .def_property_readonly("identifier",
-                             [](EntryRef const& e) { return text(e.entry->identifier().str()); })
-      .def_property_readonly("molecules", [](EntryRef const& e) { return molecules_of(*e.entry); })
+      .def_property_readonly(
+          "identifier", [](EntryRef const& e) { return text(e.entry->identifier().str()); },
+          "The entry's name: an SD record's first line, a Mol2 molecule's name, a PDB ID code, "
+          "a RES file's title.")
+      .def_property_readonly(
+          "molecules", [](EntryRef const& e) { return molecules_of(*e.entry); },
+          "The molecules, each a kora.Molecule: those of a crystal structure as the file "
+          "gives them, completed by symmetry where the file gives part of one.")
       .def_property_readonly(
           "molecule", [](EntryRef const& e) { return merged_molecule(*e.entry); },
           "All the molecules as one.")
@@ -556,7 +580,8 @@ PYBIND11_MODULE(kora, m) {
   py::class_<Database>(m, "Database",
                        "The entries of a file, read on demand: db[i], db['ID'], len(db), "
                        "iteration.")
-      .def_property_readonly("path", [](Database const& db) { return path_text(db.path()); })
+      .def_property_readonly(
+          "path", [](Database const& db) { return path_text(db.path()); }, "The file's name.")
       .def_property_readonly("format", &Database::format, "mol2, sdf, pdb or res.")
       .def("__len__", &Database::size)
       .def(
@@ -586,13 +611,15 @@ PYBIND11_MODULE(kora, m) {
              return PyUnicode_Check(identifier.ptr()) && db.find(bytes_of(identifier)) >= 0;
            })
       .def("__iter__", [](py::object self) { return EntryIterator{std::move(self)}; })
-      .def_property_readonly("identifiers",
-                             [](Database const& db) {
-                               py::list ids;
-                               for (int i = 0; i < db.size(); ++i)
-                                 ids.append(text(db.identifier(i)));
-                               return ids;
-                             })
+      .def_property_readonly(
+          "identifiers",
+          [](Database const& db) {
+            py::list ids;
+            for (int i = 0; i < db.size(); ++i)
+              ids.append(text(db.identifier(i)));
+            return ids;
+          },
+          "The entries' identifiers, in file order.")
       .def(
           "nearest",
           [](Database const& db, py::str const& identifier) {
