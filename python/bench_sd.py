@@ -7,7 +7,8 @@ Without FILE, the largest *.sdf or *.sd file under $KORA_CORPUS (or ../shared/co
 the repository) is read. kora opens the file and, for each entry, builds its molecules and
 counts their atoms, so that every record is fully parsed. RDKit reads the file with
 Chem.SDMolSupplier, once with its default sanitisation and once with sanitize=False;
-records it returns as None count as failures. Each reader runs --repeat times (default 3),
+records it returns as None count as failures. kora also reads the file in two threads at
+once, each through its own database, to show the threads sharing the cores. Each reader runs --repeat times (default 3),
 in rounds of one run each, and the best time is reported, with the median beside it.
 
 The kora module is imported from the Python path; when it is not there, the build
@@ -19,6 +20,7 @@ import os
 import pathlib
 import statistics
 import sys
+import threading
 import time
 
 REPO = pathlib.Path(__file__).resolve().parents[1]
@@ -78,6 +80,22 @@ def read_with_kora(kora, path):
     return records, failures, atoms
 
 
+def read_with_kora_threads(kora, path, threads):
+    """The file read whole by each of `threads` threads, each through its own database: the
+    module reads entries without the GIL, so the threads share the cores."""
+    results = [None] * threads
+
+    def run(k):
+        results[k] = read_with_kora(kora, path)
+
+    workers = [threading.Thread(target=run, args=(k,)) for k in range(threads)]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
+    return tuple(sum(r[i] for r in results) for i in range(3))
+
+
 def read_with_rdkit(Chem, path, sanitize):
     records = failures = atoms = 0
     for molecule in Chem.SDMolSupplier(str(path), sanitize=sanitize, removeHs=False):
@@ -124,6 +142,7 @@ def main():
           f"best and median of {args.repeat} runs")
     readers = [
         ("kora", lambda: read_with_kora(kora, path)),
+        ("kora, 2 threads", lambda: read_with_kora_threads(kora, path, 2)),
         ("RDKit (sanitised)", lambda: read_with_rdkit(Chem, path, True)),
         ("RDKit (sanitize=False)", lambda: read_with_rdkit(Chem, path, False)),
     ]
@@ -135,8 +154,12 @@ def main():
         rate = (records + failures) / fastest
         print(f"{name:<24}{records:>9}{failures:>8}{atoms:>11}{fastest:>9.3f}{median:>10.3f}"
               f"{rate:>11.0f}")
-    for name, _ in readers[1:]:
+    for name, _ in readers[2:]:
         print(f"kora is {timings[name][1] / timings['kora'][1]:.2f}x the speed of {name}")
+    # Two threads read the file twice: their rate over one thread's.
+    print(f"two threads read {2 * timings['kora'][1] / timings['kora, 2 threads'][1]:.2f}x as "
+          f"many records per second as one ({os.cpu_count()} cores)")
+
 
 if __name__ == "__main__":
     main()

@@ -589,9 +589,8 @@ class CrystalBuilder {
     return orthogonal_length_(fractional_difference) < same_position_tolerance;
   }
   bool operators_form_a_group_() const;
-  void find_links_();
+  bool find_links_();
   void prune_hydrogens_();
-  void drop_repeated_links_();
   int given_at_(int atom, Point const& p) const;
   int member_at_(int atom, Point const& p, Affine const& outer, Affine const& inner);
   std::array<int, 3> bucket_of_(Point const& p) const;
@@ -632,6 +631,40 @@ class CrystalBuilder {
   std::deque<int> given_queue_, copy_queue_;
 };
 
+// Whether two translations differ by whole cells (to 1e-3 of the cell).
+bool same_in_cell(Vector<double, 3> const& u, Vector<double, 3> const& v) {
+  for (std::size_t a = 0; a < 3; ++a) {
+    double const d = u[a] - v[a];
+    if (!(std::fabs(d - std::nearbyint(d)) <= 1e-3)) return false;
+  }
+  return true;
+}
+
+// An atom on a special position has the same image under several operations; growing a
+// molecule needs each image once. Keeps the first link to each image, in order. Images a
+// millionth of the cell apart are one; rounding may keep a repeated one, which costs time,
+// not correctness.
+void drop_repeated_links(std::vector<Link>& links) {
+  using Key = std::array<std::int64_t, 5>;  // atom, rounded image, then the link's place
+  std::vector<Key> keys;
+  keys.reserve(links.size());
+  for (std::size_t l = 0; l < links.size(); ++l) {
+    Key key{links[l].atom, 0, 0, 0, std::int64_t(l)};
+    for (std::size_t a = 0; a < 3; ++a)
+      key[a + 1] = std::int64_t(std::round(links[l].at[a] * 1e6));
+    keys.push_back(key);
+  }
+  std::sort(keys.begin(), keys.end());
+  std::vector<bool> repeated(links.size(), false);
+  for (std::size_t k = 1; k < keys.size(); ++k)
+    if (std::equal(keys[k].begin(), keys[k].begin() + 4, keys[k - 1].begin()))
+      repeated[std::size_t(keys[k][4])] = true;
+  std::size_t kept = 0;
+  for (std::size_t l = 0; l < links.size(); ++l)
+    if (!repeated[l]) links[kept++] = links[l];
+  links.resize(kept);
+}
+
 // Products of operators stay among the group's operators, up to whole cells, only when these
 // form a space group: at most 48 rotations with entries -1, 0 and 1, and every product of two
 // operators one of the operators plus a lattice translation. Anything else (an incomplete
@@ -652,13 +685,6 @@ bool CrystalBuilder::operators_form_a_group_() const {
     }
     translations[std::size_t(found - rotations.begin())].push_back(op.t);
   }
-  auto const same_in_cell = [](Vector<double, 3> const& u, Vector<double, 3> const& v) {
-    for (std::size_t a = 0; a < 3; ++a) {
-      double const d = u[a] - v[a];
-      if (!(std::fabs(d - std::nearbyint(d)) <= 1e-3)) return false;
-    }
-    return true;
-  };
   for (Affine const& a : operators_) {
     for (Affine const& b : operators_) {
       Affine const product = compose(a, b);
@@ -698,6 +724,11 @@ bool CrystalBuilder::prepare() {
   for (CrystalSymmetryOperator const& op : cell_.spacegroup().operators()) {
     Matrix<int, 3, 3> inverse;
     if (!invert(op.rotation(), inverse) || !finite(Point(op.translation()))) return false;
+    // An operator listed twice, or again a whole cell away, finds the same images.
+    if (std::any_of(operators_.begin(), operators_.end(), [&](Affine const& known) {
+          return known.r == op.rotation() && same_in_cell(known.t, op.translation());
+        }))
+      continue;
     operators_.push_back({op.rotation(), op.translation()});
     inverse_rotations_.push_back(inverse);
   }
@@ -763,7 +794,8 @@ bool CrystalBuilder::prepare() {
   return true;
 }
 
-void CrystalBuilder::find_links_() {
+// False when some atom bonds to more than max_crystal_neighbours images.
+bool CrystalBuilder::find_links_() {
   std::size_t const n = atoms_.size();
   std::vector<Placed> placed;
   for (std::size_t i = 0; i < n; ++i) {
@@ -806,11 +838,17 @@ void CrystalBuilder::find_links_() {
             return false;
     return true;
   };
+  // Each image is found at most once per operation of its site's symmetry (48 at most), so
+  // more links than this before repeats are dropped already mean too many images.
+  std::size_t const most_found = 48 * max_crystal_neighbours;
+  std::vector<Link> found;
   for (std::size_t i = 0; i < n; ++i) {
     all_links.begin_atom();
     int const ci = element_class_[i];
     if (ci < 0) continue;
+    found.clear();
     for (std::size_t k = 0; k < operators_.size(); ++k) {
+      if (found.size() > most_found) return false;
       Affine const& op = operators_[k];
       Matrix<double, 3, 3> const& metric = orthogonal_rotations_[k];
       Point const y(inverse_rotations_[k] * (fractional_[i] - op.t));
@@ -824,12 +862,17 @@ void CrystalBuilder::find_links_() {
                    int const cj = element_class_[std::size_t(j)];
                    if (d2 < tolerance2 && j < int(i) && cj == ci && apart(i, std::size_t(j)))
                      same_site.join(int(i), j);
-                   if (pairs_.bonded(ci, cj, d2)) {
+                   if (pairs_.bonded(ci, cj, d2) && found.size() <= most_found) {
                      Affine const h{op.r, op.r * (q.shift + lattice) + op.t};
-                     all_links.add({j, h, h(fractional_[std::size_t(j)]), std::sqrt(d2)});
+                     found.push_back({j, h, h(fractional_[std::size_t(j)]), std::sqrt(d2)});
                    }
                  });
     }
+    if (found.size() > most_found) return false;
+    drop_repeated_links(found);
+    if (found.size() > max_crystal_neighbours) return false;
+    for (Link const& link : found)
+      all_links.add(link);
   }
   all_links.finish();
 
@@ -863,6 +906,7 @@ void CrystalBuilder::find_links_() {
       if (representative_[std::size_t(link.atom)] == link.atom) links_.add(link);
   }
   links_.finish();
+  return true;
 }
 
 // A hydrogen keeps only its bond to the nearest partner (the lower atom number on a tie, then
@@ -902,38 +946,6 @@ void CrystalBuilder::prune_hydrogens_() {
       }
       if (keep) kept.add(link);
     }
-  }
-  kept.finish();
-  links_ = std::move(kept);
-}
-
-// An atom on a special position has the same image under several operators; growing a
-// molecule needs each image once.
-void CrystalBuilder::drop_repeated_links_() {
-  std::size_t const n = atoms_.size();
-  // Images a millionth of the cell apart are one; rounding may keep a repeated one, which
-  // costs time, not correctness.
-  using Key = std::array<std::int64_t, 5>;  // atom, rounded image, then the link's place
-  std::vector<Key> keys;
-  std::vector<bool> repeated;
-  LinkTable kept;
-  for (std::size_t i = 0; i < n; ++i) {
-    kept.begin_atom();
-    std::span<Link const> const links = links_.of(i);
-    keys.clear();
-    for (std::size_t l = 0; l < links.size(); ++l) {
-      Key key{links[l].atom, 0, 0, 0, std::int64_t(l)};
-      for (std::size_t a = 0; a < 3; ++a)
-        key[a + 1] = std::int64_t(std::round(links[l].at[a] * 1e6));
-      keys.push_back(key);
-    }
-    std::sort(keys.begin(), keys.end());
-    repeated.assign(links.size(), false);
-    for (std::size_t k = 1; k < keys.size(); ++k)
-      if (std::equal(keys[k].begin(), keys[k].begin() + 4, keys[k - 1].begin()))
-        repeated[std::size_t(keys[k][4])] = true;
-    for (std::size_t l = 0; l < links.size(); ++l)
-      if (!repeated[l]) kept.add(links[l]);
   }
   kept.finish();
   links_ = std::move(kept);
@@ -1159,12 +1171,9 @@ THandle<Molecule> CrystalBuilder::grow_(int start) {
 }
 
 THandle<std::vector<THandle<Molecule>>> CrystalBuilder::build() {
-  find_links_();
+  if (!find_links_()) return {};
   if (detector_.refinement_mode() == BondDetector::prune_hydrogens) prune_hydrogens_();
-  drop_repeated_links_();
   std::size_t const n = atoms_.size();
-  for (std::size_t i = 0; i < n; ++i)
-    if (links_.of(i).size() > max_crystal_neighbours) return {};
 
   std::size_t const valid = std::size_t(
       std::count_if(element_class_.begin(), element_class_.end(), [](int c) { return c >= 0; }));

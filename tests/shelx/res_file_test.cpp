@@ -223,7 +223,7 @@ TEST(ResFile, OperatorsMustFormAGroup) {
 // general positions of a cell far too small for them, each within bonding distance of
 // hundreds of images. Growing molecules from them once took seconds under the sanitizers and
 // gave polymers of 130,000 bonds; such a crystal is not grown, and the atoms as given are
-// bonded among themselves. Both files are fuzzing seeds too, which time every input.
+// bonded among themselves. The files are fuzzing seeds too, which time every input.
 TEST(ResFile, CrowdedImagesAreNotGrown) {
   auto const atoms_of = [](char const* name) {
     ResFile file;
@@ -235,6 +235,9 @@ TEST(ResFile, CrowdedImagesAreNotGrown) {
   };
   EXPECT_EQ(atoms_of("res_crowded_images.res"), 7);
   EXPECT_EQ(atoms_of("res_crowded_general_positions.res"), 5);
+  // Eighty atoms in a cell of 160 cubic angstroms: finding that the images are too many once
+  // took 0.4 s and 110 MB, as every image was kept before repeats were dropped.
+  EXPECT_EQ(atoms_of("res_many_atoms_small_cell.res"), 80);
 }
 
 TEST(ResFile, WriteThenReadGivesTheSameStructure) {
