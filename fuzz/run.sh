@@ -4,11 +4,11 @@
 #
 #   fuzz/run.sh [SECONDS] [TIMEOUT] [NAME...]
 #
-# Defaults: 60 seconds per harness, 2 s per input, every harness (mol2 mdl pdb res text
+# Defaults: 60 seconds per harness, 1 s per input, every harness (mol2 mdl pdb res text
 # databases).
 #
-# The sanitizers and coverage tracing slow reading down about ten times: 2 s under them is
-# about 0.2 s in a release build.
+# The sanitizers and coverage tracing slow reading down about ten times: 1 s under them is
+# about 0.1 s in a release build.
 # Seeds: examples/, tests/data/ and, when present, the corpus files of the format
 # ($KORA_CORPUS, default ../shared/corpus; its large benchmark files are left out). New
 # inputs the fuzzers find are kept in build-fuzz/corpus/NAME; a crash, sanitizer report,
@@ -17,7 +17,7 @@
 set -uo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
-timeout=${2:-2}
+timeout=${2:-1}
 build=build-fuzz
 corpus=${KORA_CORPUS:-../shared/corpus}
 

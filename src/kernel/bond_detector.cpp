@@ -671,26 +671,52 @@ void drop_repeated_links(std::vector<Link>& links) {
 // list of operators, matrices that are not crystallographic, a mistyped translation) could
 // make the products of a long chain of bonds grow without bound.
 bool CrystalBuilder::operators_form_a_group_() const {
-  std::vector<Matrix<int, 3, 3>> rotations;
-  std::vector<std::vector<Vector<double, 3>>> translations;  // per rotation
+  // Rotations with entries -1, 0 and 1, numbered by their entries in base 3; a table from
+  // number to place makes each of the n^2 products cheap to look up.
+  struct Operation {
+    std::array<int, 9> r;
+    Vector<double, 3> t;
+  };
+  std::vector<Operation> operations;
   for (Affine const& op : operators_) {
+    Operation o{{}, op.t};
     for (std::size_t i = 0; i < 9; ++i)
-      if (op.r(i / 3, i % 3) < -1 || op.r(i / 3, i % 3) > 1) return false;
-    auto found = std::find(rotations.begin(), rotations.end(), op.r);
-    if (found == rotations.end()) {
-      if (rotations.size() == 48) return false;
-      rotations.push_back(op.r);
-      translations.emplace_back();
-      found = rotations.end() - 1;
-    }
-    translations[std::size_t(found - rotations.begin())].push_back(op.t);
+      o.r[i] = op.r(i / 3, i % 3);
+    operations.push_back(o);
   }
-  for (Affine const& a : operators_) {
-    for (Affine const& b : operators_) {
-      Affine const product = compose(a, b);
-      auto const found = std::find(rotations.begin(), rotations.end(), product.r);
-      if (found == rotations.end()) return false;
-      auto const& candidates = translations[std::size_t(found - rotations.begin())];
+  auto const number = [](std::array<int, 9> const& r) {
+    int code = 0;
+    for (int v : r) {
+      if (v < -1 || v > 1) return -1;
+      code = 3 * code + v + 1;
+    }
+    return code;
+  };
+  std::vector<int> place(19683, -1);                         // 3^9 rotations
+  std::vector<std::vector<Vector<double, 3>>> translations;  // per distinct rotation
+  for (Operation const& o : operations) {
+    int const code = number(o.r);
+    if (code < 0) return false;
+    if (place[std::size_t(code)] < 0) {
+      if (translations.size() == 48) return false;
+      place[std::size_t(code)] = int(translations.size());
+      translations.emplace_back();
+    }
+    translations[std::size_t(place[std::size_t(code)])].push_back(o.t);
+  }
+  for (Operation const& a : operations) {
+    for (Operation const& b : operations) {
+      Operation product{};
+      for (std::size_t i = 0; i < 3; ++i) {
+        for (std::size_t j = 0; j < 3; ++j)
+          product.r[3 * i + j] =
+              a.r[3 * i] * b.r[j] + a.r[3 * i + 1] * b.r[3 + j] + a.r[3 * i + 2] * b.r[6 + j];
+        product.t[i] =
+            a.r[3 * i] * b.t[0] + a.r[3 * i + 1] * b.t[1] + a.r[3 * i + 2] * b.t[2] + a.t[i];
+      }
+      int const code = number(product.r);
+      if (code < 0 || place[std::size_t(code)] < 0) return false;
+      auto const& candidates = translations[std::size_t(place[std::size_t(code)])];
       if (std::none_of(candidates.begin(), candidates.end(),
                        [&](Vector<double, 3> const& t) { return same_in_cell(product.t, t); }))
         return false;

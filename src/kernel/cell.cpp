@@ -93,10 +93,25 @@ double Cell::lattice_distance_(Vector<double, 3> const& difference) const {
   return best;
 }
 
+bool Cell::within_lattice_distance_(Vector<double, 3> const& difference, double tolerance) const {
+  if (valid_) {
+    // Each fractional component of a vector v is at most |M v| times the length of the
+    // matching row of M^-1, and the nearest lattice translation of the difference in that
+    // component is its rounded remainder: beyond that bound, no lattice point is near.
+    for (std::size_t a = 0; a < 3; ++a) {
+      double const v = difference[a] - std::nearbyint(difference[a]);
+      double const reach =
+          tolerance * std::hypot(to_fractional_(a, 0), to_fractional_(a, 1), to_fractional_(a, 2));
+      if (std::fabs(v) > reach * (1.0 + 1e-9)) return false;
+    }
+  }
+  return lattice_distance_(difference) <= tolerance;
+}
+
 int Cell::site_order(Point const& fractional, double tolerance) const {
   int order = 0;
   for (CrystalSymmetryOperator const& op : spacegroup_.operators()) {
-    if (lattice_distance_(op(fractional) - fractional) <= tolerance) ++order;
+    if (within_lattice_distance_(op(fractional) - fractional, tolerance)) ++order;
   }
   return std::max(order, 1);
 }
@@ -108,7 +123,7 @@ int Cell::site_multiplicity(Point const& fractional, double tolerance) const {
 bool Cell::is_symmetry_related(Point const& p, Point const& q, double tolerance) const {
   auto const& ops = spacegroup_.operators();
   return std::any_of(ops.begin(), ops.end(), [&](CrystalSymmetryOperator const& op) {
-    return lattice_distance_(op(p) - q) <= tolerance;
+    return within_lattice_distance_(op(p) - q, tolerance);
   });
 }
 

@@ -65,6 +65,9 @@ class Cell {
   void set_up_();
   // The shortest orthogonal length of a fractional difference over lattice translations.
   double lattice_distance_(Vector<double, 3> const& difference) const;
+  // Whether lattice_distance_(difference) <= tolerance; most differences are refused from
+  // their fractional components alone.
+  bool within_lattice_distance_(Vector<double, 3> const& difference, double tolerance) const;
 
   Array<UncertainValue, 3> lengths_;
   Array<UncertainValue, 3> angles_;
