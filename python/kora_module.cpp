@@ -6,6 +6,8 @@
 #include <pybind11/stl.h>
 
 #include <cmath>
+#include <deque>
+#include <exception>
 #include <filesystem>
 #include <limits>
 #include <memory>
@@ -97,9 +99,14 @@ struct Format {
 
 // The entry's cell, unless it has none: formats without cells (MOL, SD, and Mol2 without
 // crystal information) give the default cell, which no real crystal has.
+bool has_cell(kora::CrystalMaker const* maker) {
+  static kora::Cell const none;
+  return maker && maker->cell().valid() && !(maker->cell() == none);
+}
+
 std::optional<kora::Cell> valid_cell(Entry const& entry) {
   THandle<kora::CrystalMaker> const maker = entry.crystal_maker();
-  if (!maker || !maker->cell().valid() || maker->cell() == kora::Cell()) return std::nullopt;
+  if (!has_cell(maker.get())) return std::nullopt;
   return maker->cell();
 }
 
@@ -108,9 +115,9 @@ std::vector<Molecule> molecules_of(Entry const& entry) {
   THandle<kora::CrystalMaker> const maker = entry.crystal_maker();
   if (!maker) return molecules;
   std::string const identifier = entry.identifier().str();
-  bool const has_cell = valid_cell(entry).has_value();
+  bool const cell = has_cell(maker.get());
   for (int i = 0; i < maker->nmolecules(); ++i)
-    molecules.push_back({maker->molecule(i), identifier, has_cell});
+    molecules.push_back({maker->molecule(i), identifier, cell});
   return molecules;
 }
 
@@ -120,7 +127,8 @@ Molecule merged_molecule(Entry const& entry) {
   auto merged = kora::make_handle<kora::Molecule3d>();
   for (Molecule const& m : molecules)
     merged->add(*m.molecule);
-  return {THandle<kora::Molecule>(merged), entry.identifier().str(), valid_cell(entry).has_value()};
+  return {THandle<kora::Molecule>(merged), entry.identifier().str(),
+          has_cell(entry.crystal_maker().get())};
 }
 
 // Cartesian (or fractional) positions, one row per atom; NaN where there is none.
@@ -196,10 +204,42 @@ EntryRef read_entry(Database const& db, int i) {
   return {db.entry(i)};
 }
 
-// Iteration over a database's entries; keeps the database alive.
+// Iteration over a database's entries; keeps the database alive. Entries are read a batch at
+// a time without the GIL: handing the GIL over for every small record would cost more than
+// reading it, and threads reading other databases would wait for each other.
 struct EntryIterator {
+  static constexpr int batch = 64;
+
   py::object database;
-  int next = 0;
+  int next = 0;                      // the next entry to read from the database
+  std::deque<THandle<Entry>> ready;  // read, not yet returned
+  std::exception_ptr failure;        // of entry `next`, to raise after the ready ones
+
+  EntryRef advance() {
+    if (ready.empty()) {
+      if (failure) {
+        ++next;
+        std::rethrow_exception(std::exchange(failure, nullptr));
+      }
+      Database const& db = database.cast<Database const&>();
+      int const size = db.size();
+      if (next >= size) throw py::stop_iteration();
+      py::gil_scoped_release const release;
+      for (int k = 0; k < batch && next < size; ++k) {
+        try {
+          ready.push_back(db.entry(next));
+        } catch (...) {
+          failure = std::current_exception();
+          break;
+        }
+        ++next;
+      }
+    }
+    if (ready.empty()) return advance();  // the batch began with a failure
+    EntryRef entry{std::move(ready.front())};
+    ready.pop_front();
+    return entry;
+  }
 };
 
 // The output format: the one given, else the one of the file name's extension.
@@ -571,11 +611,7 @@ PYBIND11_MODULE(kora, m) {
 
   py::class_<EntryIterator>(m, "EntryIterator")
       .def("__iter__", [](EntryIterator& it) -> EntryIterator& { return it; })
-      .def("__next__", [](EntryIterator& it) {
-        Database const& db = it.database.cast<Database const&>();
-        if (it.next >= db.size()) throw py::stop_iteration();
-        return read_entry(db, it.next++);
-      });
+      .def("__next__", &EntryIterator::advance);
 
   py::class_<Database>(m, "Database",
                        "The entries of a file, read on demand: db[i], db['ID'], len(db), "
@@ -610,7 +646,10 @@ PYBIND11_MODULE(kora, m) {
            [](Database const& db, py::object const& identifier) {
              return PyUnicode_Check(identifier.ptr()) && db.find(bytes_of(identifier)) >= 0;
            })
-      .def("__iter__", [](py::object self) { return EntryIterator{std::move(self)}; })
+      .def("__iter__",
+           [](py::object self) {
+             return EntryIterator{std::move(self), 0, {}, {}};
+           })
       .def_property_readonly(
           "identifiers",
           [](Database const& db) {

@@ -157,6 +157,26 @@ class TestOpenErrors:
             db[0].molecules
         assert str(error.value)
 
+    def test_iteration_goes_on_after_an_unreadable_entry(self, write_text):
+        # The middle record announces two atoms and gives none. Iteration reads entries in
+        # batches, but raises at that entry, in its place, and then goes on.
+        def record(name, atoms):
+            block = "".join(
+                f"{0.0:10.4f}{0.0:10.4f}{1.5 * k:10.4f} C   0  0  0  0  0  0\n" for k in range(atoms)
+            )
+            return f"{name}\n  kora\n\n  2  0  0  0  0  0  0  0  0  0999 V2000\n{block}M  END\n$$$$\n"
+
+        db = kora.open(write_text("broken.sdf", record("first", 2) + record("broken", 0)
+                                  + record("third", 2)))
+        assert db.identifiers == ["first", "broken", "third"]
+        entries = iter(db)
+        assert next(entries).identifier == "first"
+        with pytest.raises(kora.DatabaseError):
+            next(entries)
+        assert next(entries).identifier == "third"
+        with pytest.raises(StopIteration):
+            next(entries)
+
     def test_file_changed_after_opening_is_a_database_error(self, tmp_path, drugs_sdf):
         path = tmp_path / "drugs.sdf"
         shutil.copy(drugs_sdf, path)
