@@ -85,6 +85,15 @@ struct Bond {
   kora::BondType type;
 };
 
+// An atom's Cartesian or fractional position as a tuple; None without a position, and for
+// fractional coordinates without a cell.
+py::object position(Atom const& a, bool fractional) {
+  THandle<kora::Site> const site = a.atom->site();
+  if (!site || (fractional && !a.has_cell)) return py::none();
+  kora::Point const& p = fractional ? site->fractional() : site->orthogonal();
+  return py::make_tuple(p[0], p[1], p[2]);
+}
+
 // Entries as Python sees them (the model's entries are abstract and shared).
 struct EntryRef {
   THandle<Entry> entry;
@@ -460,22 +469,10 @@ PYBIND11_MODULE(kora, m) {
           "formal_charge", [](Atom const& a) { return a.atom->formal_charge(); },
           "In units of the elementary charge.")
       .def_property_readonly(
-          "coordinates",
-          [](Atom const& a) -> py::object {
-            THandle<kora::Site> const site = a.atom->site();
-            if (!site) return py::none();
-            kora::Point const& p = site->orthogonal();
-            return py::make_tuple(p[0], p[1], p[2]);
-          },
+          "coordinates", [](Atom const& a) { return position(a, false); },
           "Cartesian coordinates in angstroms; None when the atom has no position.")
       .def_property_readonly(
-          "fractional",
-          [](Atom const& a) -> py::object {
-            THandle<kora::Site> const site = a.atom->site();
-            if (!site || !a.has_cell) return py::none();
-            kora::Point const& p = site->fractional();
-            return py::make_tuple(p[0], p[1], p[2]);
-          },
+          "fractional", [](Atom const& a) { return position(a, true); },
           "Fractional coordinates; None when the atom has no position or the entry no cell.")
       .def_property_readonly(
           "occupancy",
