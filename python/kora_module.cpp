@@ -287,15 +287,22 @@ std::vector<THandle<Entry>> as_entries(py::handle items) {
   return entries;
 }
 
-void write_all(std::vector<THandle<Entry>> const& entries, std::string const& format, bool v3000,
-               std::ostream& out) {
+kora::WriteOptions write_options(bool v3000, bool classic) {
+  kora::WriteOptions options =
+      classic ? kora::WriteOptions::classic_mode() : kora::WriteOptions::standard_mode();
+  options.v3000 = v3000;
+  return options;
+}
+
+void write_all(std::vector<THandle<Entry>> const& entries, std::string const& format,
+               kora::WriteOptions const& options, std::ostream& out) {
   std::unique_ptr<kora::MoleculeFile> writer = kora::cli::make_file_object(format);
   for (THandle<Entry> const& entry : entries)
-    kora::cli::write_entry(*writer, *entry, v3000, out);
+    kora::cli::write_entry(*writer, *entry, options, out);
 }
 
 int write_file(py::handle path, py::handle items, std::optional<std::string> const& format,
-               bool v3000) {
+               bool v3000, bool classic) {
   std::string const target = file_name(path);
   std::string const name = output_format(format, target);
   std::vector<THandle<Entry>> const entries = as_entries(items);
@@ -304,16 +311,16 @@ int write_file(py::handle path, py::handle items, std::optional<std::string> con
   // Failures to open or write the file (kora::cli::OutputFailure) arrive as OSError.
   py::gil_scoped_release const release;
   kora::cli::Output output(target);
-  write_all(entries, name, v3000, output.stream());
+  write_all(entries, name, write_options(v3000, classic), output.stream());
   output.commit();
   return static_cast<int>(entries.size());
 }
 
-py::str to_string(py::handle item, std::string const& format, bool v3000) {
+py::str to_string(py::handle item, std::string const& format, bool v3000, bool classic) {
   std::string const name = kora::cli::canonical_format(format);
   if (name.empty()) throw py::value_error("unknown format '" + format + "'");
   std::ostringstream out;
-  write_all({as_entry(item)}, name, v3000, out);
+  write_all({as_entry(item)}, name, write_options(v3000, classic), out);
   return text(out.str());
 }
 
@@ -716,11 +723,14 @@ PYBIND11_MODULE(kora, m) {
       "The formats kora reads, in the order in which files are identified.");
 
   m.def("write", &write_file, py::arg("path"), py::arg("items"), py::arg("format") = py::none(),
-        py::arg("v3000") = false,
+        py::arg("v3000") = false, py::arg("classic") = false,
         "Writes entries or molecules (one, or an iterable of them) to a file and returns how "
         "many were written. The format is the one of the file's extension unless given; "
-        "v3000 writes V3000 MOL blocks. An existing file is replaced only when everything "
-        "was written.");
+        "v3000 writes V3000 MOL blocks. Output follows each format's public conventions; "
+        "classic=True writes as the library's format classes do by default. An existing "
+        "file is replaced only when everything was written.");
   m.def("to_string", &to_string, py::arg("item"), py::arg("format"), py::arg("v3000") = false,
-        "One entry or molecule as the text of a file of the format.");
+        py::arg("classic") = false,
+        "One entry or molecule as the text of a file of the format (classic=True: as the "
+        "library's format classes write by default).");
 }

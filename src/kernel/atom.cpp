@@ -31,6 +31,7 @@ void FileOrderedAtom3d::copy_to_(FileOrderedAtom3d& atom) const {
   atom.formal_charge_ = formal_charge_;
   atom.index_ = index_;
   atom.connection_count_ = connection_count_;
+  atom.details_ = details_;
   if (site_) atom.site_ = make_handle<Site>(*site_);
 }
 

@@ -158,7 +158,7 @@ int run_info(std::string const& file, std::string const& from, bool short_ids,
 
 int run_convert(std::string const& in, std::string const& out, std::string const& from,
                 std::string const& to, bool short_ids, std::optional<int> entry,
-                std::string const& id, bool v3000, bool keep_going) {
+                std::string const& id, WriteOptions const& options, bool keep_going) {
   std::string format = to.empty() ? format_of_extension(out) : canonical_format(to);
   if (!to.empty() && format.empty()) throw Usage("unknown output format '" + to + "'");
   if (format.empty()) {
@@ -179,7 +179,7 @@ int run_convert(std::string const& in, std::string const& out, std::string const
   for (int i : entries) {
     try {
       THandle<CrystalStructureDatabaseEntry> const e = source.entry(i);
-      write_entry(*writer, *e, v3000, output.stream());
+      write_entry(*writer, *e, options, output.stream());
     } catch (std::exception const& error) {
       std::string const message = in + ": entry " + std::to_string(i) + " (" +
                                   source.identifier(i).str() + "): " + error.what();
@@ -214,7 +214,7 @@ int main(int argc, char** argv) {
 
   std::string file, out, from, to, id;
   std::optional<int> entry;
-  bool short_ids = false, json = false, v3000 = false, keep_going = false;
+  bool short_ids = false, json = false, v3000 = false, keep_going = false, classic = false;
   auto const add_input = [&](CLI::App* command) {
     command->add_option("--from", from, "Input format: mol2, sdf (mol, sd, mdl), pdb (ent), res");
     command->add_flag("--short-ids", short_ids,
@@ -243,6 +243,9 @@ int main(int argc, char** argv) {
   add_choice(convert);
   convert->add_option("--to", to, "Output format (default: from OUT's extension)");
   convert->add_flag("--v3000", v3000, "Write V3000 MOL blocks");
+  convert->add_flag("--classic", classic,
+                    "Write as the library's format classes do by default, instead of following "
+                    "each format's public conventions");
   convert->add_flag("--keep-going", keep_going, "Skip entries that cannot be read");
 
   try {
@@ -262,7 +265,9 @@ int main(int argc, char** argv) {
     if (app.got_subcommand(list)) return run_list(file, from, short_ids);
     if (app.got_subcommand(info)) return run_info(file, from, short_ids, entry, id, json);
     if (app.got_subcommand(convert)) {
-      return run_convert(file, out, from, to, short_ids, entry, id, v3000, keep_going);
+      WriteOptions options = classic ? WriteOptions::classic_mode() : WriteOptions::standard_mode();
+      options.v3000 = v3000;
+      return run_convert(file, out, from, to, short_ids, entry, id, options, keep_going);
     }
   } catch (Usage const& e) {
     std::cerr << "kora: " << e.what() << '\n';

@@ -67,12 +67,13 @@ std::unique_ptr<MoleculeFile> make_file_object(std::string const& format) {
   throw Failure("unknown format '" + format + "'");
 }
 
-void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entry, bool v3000,
-                 std::ostream& out) {
+void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entry,
+                 WriteOptions const& options, std::ostream& out) {
+  writer.set_write_options(options);
   writer.clear();
   writer.add(entry);
   if (auto* mol = dynamic_cast<MolFile*>(&writer)) {
-    if (v3000) mol->set_version(MolFile::V3000);
+    if (options.v3000) mol->set_version(MolFile::V3000);
     auto const* sd = dynamic_cast<SDfileDatabaseEntry const*>(&entry);
     if (sd && sd->tags()) {
       for (auto const& [key, values] : sd->tags()->items())

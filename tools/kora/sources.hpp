@@ -37,10 +37,11 @@ std::string canonical_format(FileFormat const& format);
 // A new, empty file object of a format, for reading one structure or writing.
 std::unique_ptr<MoleculeFile> make_file_object(std::string const& format);
 
-// Writes one entry through a file object of the output format. MOL blocks are V3000 when
-// asked; an SD record written as SD keeps its data items, which the model does not carry.
-void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entry, bool v3000,
-                 std::ostream& out);
+// Writes one entry through a file object of the output format, as the options say (MOL
+// blocks are V3000 when they ask for it); an SD record written as SD keeps its data items,
+// which the model does not carry.
+void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entry,
+                 WriteOptions const& options, std::ostream& out);
 
 // The entries of one input file: its database, or, when the format takes the file but its
 // index finds no entry, the whole file read as one entry through the file object.

@@ -6,6 +6,7 @@
 #include <iosfwd>
 #include <string>
 
+#include "kora/framework/options.hpp"
 #include "kora/kernel/cell.hpp"
 #include "kora/kernel/crystal.hpp"
 #include "kora/kernel/database_entry.hpp"
@@ -21,7 +22,7 @@ class MoleculeFile {
 
   // Replaces the content by the one structure read from the stream.
   virtual void read(std::istream& is) = 0;
-  // Writes the content in the format.
+  // Writes the content in the format, as write_options() say.
   virtual void print(std::ostream& os) const = 0;
   // Back to the empty state.
   virtual void clear() = 0;
@@ -39,6 +40,17 @@ class MoleculeFile {
   // Opens the named file and reads it with read(std::istream&). A file that cannot be
   // opened throws std::runtime_error naming it.
   void read(std::string const& file_name);
+
+  // How print writes and read reads; classic unless set. They are settings of the object,
+  // not content: clear() keeps them.
+  WriteOptions const& write_options() const { return write_options_; }
+  void set_write_options(WriteOptions const& options) { write_options_ = options; }
+  ReadOptions const& read_options() const { return read_options_; }
+  void set_read_options(ReadOptions const& options) { read_options_ = options; }
+
+ private:
+  WriteOptions write_options_;
+  ReadOptions read_options_;
 };
 
 }  // namespace kora

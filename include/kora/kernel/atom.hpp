@@ -5,6 +5,7 @@
 #include <string>
 
 #include "kora/kernel/cell.hpp"
+#include "kora/kernel/details.hpp"
 #include "kora/kernel/element.hpp"
 #include "kora/kernel/geometry.hpp"
 #include "kora/kernel/handle.hpp"
@@ -77,6 +78,10 @@ class Atom {
   // The protein side of the atom (its residue); null for an atom outside any residue. A
   // cheaper question than a dynamic_cast across the two bases.
   virtual ProteinAtom const* protein_atom() const { return nullptr; }
+  // What the file said of the atom beyond the model (isotope, residue, PDB record, ...);
+  // null for an atom that keeps none.
+  virtual AtomDetails const* details() const { return nullptr; }
+  virtual AtomDetails* mutable_details() { return nullptr; }
 
  protected:
   friend class Molecule3d;
@@ -104,6 +109,8 @@ class FileOrderedAtom3d : public Atom {
   void set_index(int index) override { index_ = index; }
   int connection_count() const override { return connection_count_; }
   THandle<Atom> clone() const override;
+  AtomDetails const* details() const override { return &details_; }
+  AtomDetails* mutable_details() override { return &details_; }
 
  protected:
   void set_connection_count_(int count) override { connection_count_ = count; }
@@ -117,6 +124,7 @@ class FileOrderedAtom3d : public Atom {
   int formal_charge_ = 0;
   int index_ = 0;
   int connection_count_ = 0;
+  AtomDetails details_;
 };
 
 // The protein side of an atom: the residue it belongs to.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kora/kernel/cell.hpp"
+#include "kora/kernel/details.hpp"
 #include "kora/kernel/handle.hpp"
 #include "kora/kernel/molecule.hpp"
 
@@ -47,9 +48,14 @@ class CrystalMaker {
   // A crystal of the cell and all the molecules.
   THandle<Crystal> create_crystal() const;
 
+  // What the source said of the structure beyond cell and molecules.
+  StructureDetails const& details() const { return details_; }
+  StructureDetails& mutable_details() { return details_; }
+
  private:
   Cell cell_;
   MoleculeList molecules_;
+  StructureDetails details_;
 };
 
 }  // namespace kora

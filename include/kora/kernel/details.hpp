@@ -1,0 +1,59 @@
+#pragma once
+
+// What a reader knows of an atom or a structure beyond the core model (element, label,
+// formal charge, site, bonds, cell), kept so that a writer can give it back: isotopes and
+// radicals, partial charges and the atom types a file gave, residues and chains, PDB record
+// details, SHELX parts and free variables. Every field has a value meaning "not known",
+// which is what an atom made by hand has.
+
+#include <string>
+#include <vector>
+
+namespace kora {
+
+struct AtomDetails {
+  // Chemistry.
+  int mass_number = 0;  // isotope mass number; 0 for the natural mixture
+  int radical = 0;      // 0 none, 1 singlet, 2 doublet, 3 triplet (MDL codes)
+  bool has_partial_charge = false;
+  double partial_charge = 0.0;  // in electrons, when has_partial_charge
+  std::string atom_type;        // the atom type the file gave (a Mol2 SYBYL type); "" none
+
+  // Residues and chains (PDB; Mol2 substructures).
+  std::string residue_name;       // "ALA", "HOH"; "" when the atom is in no residue
+  int residue_number = 0;         // sequence number of the residue
+  char insertion_code = ' ';      // PDB insertion code; ' ' none
+  std::string chain;              // chain identifier; "" none
+  int substructure_id = 0;        // Mol2 subst_id; 0 none
+  std::string substructure_name;  // Mol2 subst_name ("ALA12", "LIG1"); "" none
+
+  // PDB records.
+  int serial = 0;       // atom serial number as read; 0 none
+  bool hetero = false;  // read from a HETATM record
+  char alt_loc = ' ';   // alternate location indicator; ' ' none
+  int model = 0;        // MODEL number; 0 when the file had no MODEL records
+  bool has_b_factor = false;
+  double b_factor = 0.0;  // isotropic temperature factor, square angstroms
+
+  // SHELX.
+  int part = 0;  // PART number; 0 is the common part
+  int afix = 0;  // AFIX code in force for the atom; 0 none
+  bool has_shelx_codes = false;
+  double shelx_occupancy = 0.0;  // the site-occupation factor as written (11.0, 21.0, -31.5)
+  double shelx_u = 0.0;          // the isotropic U as written (0.05, or -1.2 for riding)
+};
+
+struct StructureDetails {
+  // Whether the cell is the structure's own (crystal data in the file) or the placeholder
+  // every structure has (the unit cube in P1).
+  bool has_cell = true;
+  // The dimension the source declared: "2D", "3D", or "" when it said nothing.
+  std::string dimension;
+  // The format the structure was read from ("mol2", "sdf", "pdb", "res"); "" when made by
+  // hand.
+  std::string source_format;
+  // SHELX free variables (FVAR), the overall scale factor first.
+  std::vector<double> free_variables;
+};
+
+}  // namespace kora
