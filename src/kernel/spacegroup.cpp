@@ -171,6 +171,7 @@ std::vector<CrystalSymmetryOperator> doubled_cell_operators(
 // One tabulated setting.
 struct Setting {
   std::string symbol;  // compact short symbol
+  std::string full;    // the symbol that names the setting ("P 1 21/c 1", "I 41/a:2", "R 3:H")
   std::string lookup;  // the symbol as matched: first letter upper case, the rest lower
   int number = 0;
   gemmi::SpaceGroup const* table_entry = nullptr;  // null for the doubled cells
@@ -193,6 +194,7 @@ std::vector<Setting> const& settings() {
     for (gemmi::SpaceGroup const& sg : gemmi::spacegroup_tables::main) {
       Setting s;
       s.symbol = compact_symbol(sg);
+      s.full = sg.xhm();
       s.lookup = lookup_form(s.symbol);
       s.number = sg.number;
       s.table_entry = &sg;
@@ -205,6 +207,7 @@ std::vector<Setting> const& settings() {
       });
       Setting s;
       s.symbol = cell.symbol;
+      s.full = cell.symbol;
       s.lookup = lookup_form(s.symbol);
       s.number = cell.number;
       s.operators = doubled_cell_operators(standard->operators);
@@ -307,16 +310,22 @@ std::string without_blanks(std::string_view text) {
 }  // namespace
 
 Spacegroup::Spacegroup()
-    : symbol_("P1"), number_(1), system_(triclinic), operators_(1, CrystalSymmetryOperator()) {}
+    : symbol_("P1"),
+      setting_symbol_("P 1"),
+      number_(1),
+      system_(triclinic),
+      operators_(1, CrystalSymmetryOperator()) {}
 
 Spacegroup::Spacegroup(std::string const& symbol, int number, System system) {
   if (Setting const* s = find_setting(symbol, number)) {
     symbol_ = s->symbol;
+    setting_symbol_ = s->full;
     number_ = s->number;
     operators_ = s->operators;
   } else if (number >= 1 && number <= 230) {
     gemmi::SpaceGroup const& sg = gemmi::get_spacegroup_reference_setting(number);
     symbol_ = without_blanks(symbol);
+    setting_symbol_ = sg.xhm();
     number_ = number;
     operators_ =
         settings()[static_cast<std::size_t>(&sg - gemmi::spacegroup_tables::main)].operators;
@@ -341,6 +350,7 @@ Spacegroup::Spacegroup(THandle<std::vector<CrystalSymmetryOperator>> const& oper
       for (Setting const& s : settings()) {
         if (s.keys == *keys) {
           symbol_ = s.symbol;
+          setting_symbol_ = s.full;
           number_ = s.number;
           break;
         }
@@ -348,6 +358,23 @@ Spacegroup::Spacegroup(THandle<std::vector<CrystalSymmetryOperator>> const& oper
     }
   }
   system_ = system_of(number_);
+}
+
+std::vector<std::string> Spacegroup::tabulated_settings() {
+  // A few settings of the tables repeat another's operators under a second name, and one
+  // has a symbol cut short that names nothing; each group of operators is listed once, under
+  // the name that finds it.
+  std::vector<std::string> symbols;
+  std::vector<Setting const*> listed;
+  for (Setting const& s : settings()) {
+    if (find_setting(s.full, -1) != &s) continue;
+    bool const repeat = std::any_of(listed.begin(), listed.end(),
+                                    [&](Setting const* other) { return other->keys == s.keys; });
+    if (repeat) continue;
+    listed.push_back(&s);
+    symbols.push_back(s.full);
+  }
+  return symbols;
 }
 
 Spacegroup::Centring Spacegroup::centring() const {

@@ -206,3 +206,33 @@ TEST(Spacegroup, EqualityIgnoresOrderAndLatticeTranslations) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every tabulated setting is named by its setting symbol: building a group from that symbol,
+// or from its operators, gives the same operators and the same symbol back, and no two
+// settings share a name.
+TEST(Spacegroup, SettingSymbolsNameEverySetting) {
+  std::vector<std::string> const symbols = Spacegroup::tabulated_settings();
+  ASSERT_GE(symbols.size(), 540u);
+  std::map<std::string, int> seen;
+  for (std::string const& symbol : symbols) {
+    SCOPED_TRACE(symbol);
+    EXPECT_EQ(++seen[symbol], 1);
+    Spacegroup const by_name(symbol);
+    EXPECT_EQ(by_name.setting_symbol(), symbol);
+    auto const ops = kora::make_handle<std::vector<CrystalSymmetryOperator>>(by_name.operators());
+    Spacegroup const by_operators(ops, 0, "");
+    EXPECT_EQ(by_operators.setting_symbol(), symbol);
+    EXPECT_TRUE(by_operators == by_name);
+  }
+  // The settings the compact symbol cannot tell apart.
+  EXPECT_EQ(Spacegroup("I41/a:2").setting_symbol(), "I 41/a:2");
+  EXPECT_EQ(Spacegroup("I41/a").setting_symbol(), "I 41/a:1");
+  EXPECT_EQ(Spacegroup("R3r").setting_symbol(), "R 3:R");
+  EXPECT_EQ(Spacegroup("H3").setting_symbol(), "R 3:H");
+  EXPECT_EQ(Spacegroup("Pnnn:2").symbol(), Spacegroup("Pnnn").symbol());
+  EXPECT_EQ(Spacegroup("NoSuchGroup").setting_symbol(), "");
+}
+
+}  // namespace

@@ -62,6 +62,12 @@ class Spacegroup {
              std::string const& name);
 
   std::string const& symbol() const { return symbol_; }
+  // The symbol that names the setting of a tabulated group, with blanks between its parts
+  // and the origin choice or axes after a colon ("P 1 21/c 1", "I 41/a:2", "R 3:H",
+  // "R 3:R", "P 21/b 21/c 21/a" for the non-standard Pbca settings as tabulated); the
+  // constructor from a symbol gives back these operators. Empty for operators that are no
+  // tabulated setting, and for a symbol that named none.
+  std::string const& setting_symbol() const { return setting_symbol_; }
   int number() const { return number_; }
   System system() const { return system_; }
   // Every operator of the group, the first being the identity for groups built from a
@@ -75,6 +81,9 @@ class Spacegroup {
   // Whether -x,-y,-z is one of the operators.
   bool inversion_at_origin() const;
 
+  // The setting symbols of every tabulated setting, in table order (group number first).
+  static std::vector<std::string> tabulated_settings();
+
   // The lattice translations of a centring, the origin first when asked for.
   static std::vector<Vector<double, 3>> standard_centring_vectors(Centring centring,
                                                                   IncludeOriginCriterion criterion);
@@ -84,6 +93,7 @@ class Spacegroup {
 
  private:
   std::string symbol_;
+  std::string setting_symbol_;
   int number_ = 0;
   System system_ = unknown_system;
   std::vector<CrystalSymmetryOperator> operators_;
