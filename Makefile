@@ -12,7 +12,7 @@ WERROR ?= $(if $(CI),ON,OFF)
 CMAKE_FLAGS ?=
 
 .PHONY: all deps build test test-sanitize test-tsan fuzz python python-test python-bench demo \
-	bench compare format clean
+	bench compare interop interop-kora format clean
 
 all: build
 
@@ -55,6 +55,19 @@ python-test: python
 python-bench: python
 	bash scripts/install-deps.sh --rdkit
 	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) python/bench_sd.py
+
+# Every corpus file converted by kora (standard mode) to every format and read back by kora:
+# every entry must agree with the source on what the target format carries (run by CI).
+interop-kora: build python
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) tests/interop/interop.py --readers kora \
+	  --kora $(BUILD_DIR)/bin/kora --require-all
+
+# The same read back by kora and by RDKit, Open Babel, gemmi and cctbx (installed from Debian
+# when missing); prints the matrix of agreeing entries and every disagreement.
+interop: build python
+	bash scripts/install-deps.sh --peers
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) tests/interop/interop.py \
+	  --kora $(BUILD_DIR)/bin/kora --details $(BUILD_DIR)/interop-details.tsv
 
 # The libFuzzer harnesses (clang), each for FUZZ_SECONDS on its seeds; a crash, sanitizer
 # report, slow input or runaway memory fails the target and leaves the input in

@@ -172,8 +172,10 @@ py::array_t<double> matrix(kora::Matrix<T, 3, 3> const& m) {
 // database itself is read by one thread at a time.
 class Database {
  public:
-  Database(std::string path, std::string const& format)
-      : path_(std::move(path)), source_(path_, format, false) {}
+  Database(std::string path, std::string const& format, bool classic)
+      : path_(std::move(path)),
+        source_(path_, format, false,
+                classic ? kora::ReadOptions::classic_mode() : kora::ReadOptions::standard_mode()) {}
 
   int size() const { return source_.size(); }
   std::string const& path() const { return path_; }
@@ -679,14 +681,16 @@ PYBIND11_MODULE(kora, m) {
 
   m.def(
       "open",
-      [](py::handle path, std::optional<std::string> const& format) {
+      [](py::handle path, std::optional<std::string> const& format, bool classic) {
         std::string const name = file_name(path);
         py::gil_scoped_release const release;
-        return std::make_unique<Database>(name, format.value_or(""));
+        return std::make_unique<Database>(name, format.value_or(""), classic);
       },
-      py::arg("path"), py::arg("format") = py::none(),
+      py::arg("path"), py::arg("format") = py::none(), py::arg("classic") = false,
       "Opens a file as a database of its entries. The format is found from the file unless "
-      "given (mol2; sdf, sd, mol, mdl; pdb, ent; res, ins). Raises FileNotFoundError, "
+      "given (mol2; sdf, sd, mol, mdl; pdb, ent; res, ins). Entries are read following each "
+      "format's public conventions; classic=True reads as the library's format classes do by "
+      "default. Raises FileNotFoundError, "
       "ValueError for an unknown format, kora.DatabaseError when the file cannot be indexed.");
 
   m.def(

@@ -122,8 +122,13 @@ int run_identify(std::vector<std::string> const& files) {
   return status;
 }
 
-int run_list(std::string const& file, std::string const& from, bool short_ids) {
-  Source const source(file, from, short_ids);
+// Standard reading unless --classic.
+ReadOptions read_options(bool classic) {
+  return classic ? ReadOptions::classic_mode() : ReadOptions::standard_mode();
+}
+
+int run_list(std::string const& file, std::string const& from, bool short_ids, bool classic) {
+  Source const source(file, from, short_ids, read_options(classic));
   std::cout << "index\tidentifier\toffset\n";
   for (int i = 0; i < source.size(); ++i) {
     std::cout << i << '\t' << source.identifier(i) << '\t' << source.offset(i) << '\n';
@@ -132,8 +137,8 @@ int run_list(std::string const& file, std::string const& from, bool short_ids) {
 }
 
 int run_info(std::string const& file, std::string const& from, bool short_ids,
-             std::optional<int> entry, std::string const& id, bool json) {
-  Source const source(file, from, short_ids);
+             std::optional<int> entry, std::string const& id, bool json, bool classic) {
+  Source const source(file, from, short_ids, read_options(classic));
   std::vector<int> const entries = chosen_entries(source, entry, id);
   Progress progress(file, static_cast<int>(entries.size()));
   int done = 0;
@@ -165,7 +170,7 @@ int run_convert(std::string const& in, std::string const& out, std::string const
     throw Usage(out == "-" ? "give --to when writing to standard output"
                            : "cannot tell the output format from '" + out + "': give --to");
   }
-  Source const source(in, from, short_ids);
+  Source const source(in, from, short_ids, read_options(options.mode == Mode::classic));
   std::vector<int> const entries = chosen_entries(source, entry, id);
   if (format == "res" && entries.size() > 1) {
     throw Usage("a RES file holds one structure and " + in + " has " +
@@ -219,6 +224,9 @@ int main(int argc, char** argv) {
     command->add_option("--from", from, "Input format: mol2, sdf (mol, sd, mdl), pdb (ent), res");
     command->add_flag("--short-ids", short_ids,
                       "Name SD records by their six-to-eight-character codes");
+    command->add_flag("--classic", classic,
+                      "Read (and write) as the library's format classes do by default, instead "
+                      "of following each format's public conventions");
   };
   auto const add_choice = [&](CLI::App* command) {
     auto* by_index =
@@ -243,9 +251,7 @@ int main(int argc, char** argv) {
   add_choice(convert);
   convert->add_option("--to", to, "Output format (default: from OUT's extension)");
   convert->add_flag("--v3000", v3000, "Write V3000 MOL blocks");
-  convert->add_flag("--classic", classic,
-                    "Write as the library's format classes do by default, instead of following "
-                    "each format's public conventions");
+
   convert->add_flag("--keep-going", keep_going, "Skip entries that cannot be read");
 
   try {
@@ -262,8 +268,8 @@ int main(int argc, char** argv) {
   try {
     if (app.got_subcommand("formats")) return run_formats();
     if (app.got_subcommand(identify)) return run_identify(identify_files);
-    if (app.got_subcommand(list)) return run_list(file, from, short_ids);
-    if (app.got_subcommand(info)) return run_info(file, from, short_ids, entry, id, json);
+    if (app.got_subcommand(list)) return run_list(file, from, short_ids, classic);
+    if (app.got_subcommand(info)) return run_info(file, from, short_ids, entry, id, json, classic);
     if (app.got_subcommand(convert)) {
       WriteOptions options = classic ? WriteOptions::classic_mode() : WriteOptions::standard_mode();
       options.v3000 = v3000;

@@ -83,7 +83,8 @@ void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entr
   writer.print(out);
 }
 
-Source::Source(std::string const& file_name, std::string const& from, bool short_ids)
+Source::Source(std::string const& file_name, std::string const& from, bool short_ids,
+               ReadOptions const& options)
     : file_name_(file_name) {
   std::error_code ec;
   if (!std::filesystem::is_regular_file(file_name, ec)) {
@@ -113,9 +114,12 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
     throw Failure(file_name + ": " + e.what());
   }
   if (!database_) throw UnknownFormat(file_name + ": not a " + format->name());
+  if (auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(database_))
+    index->set_read_options(options);
   if (database_->size() > 0) return;
   // The index found no entry: read the file as one structure.
   std::unique_ptr<MoleculeFile> file = make_file_object(format_);
+  file->set_read_options(options);
   try {
     file->read(file_name);
     whole_file_ = file->database_entry();

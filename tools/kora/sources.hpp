@@ -50,7 +50,9 @@ class Source {
   // `from` forces a format (canonical name or alias; "" to identify the file). SD files
   // keep their record names verbatim unless `short_ids`. A database's own failures keep
   // their type (database_error), with the file name put before the message.
-  Source(std::string const& file_name, std::string const& from, bool short_ids);
+  // Entries are read as `options` say.
+  Source(std::string const& file_name, std::string const& from, bool short_ids,
+         ReadOptions const& options);
 
   std::string const& file_name() const { return file_name_; }
   std::string const& format() const { return format_; }

@@ -48,6 +48,9 @@ class FlatFileDatabaseIndex {
   virtual std::string const& file_name() const = 0;
   // Where entry i starts in the file; database_error outside the index.
   virtual std::streampos position(int i) const = 0;
+  // How later entries are read (classic unless set).
+  virtual void set_read_options(ReadOptions const& options) = 0;
+  virtual ReadOptions const& read_options() const = 0;
 };
 
 // What a file was when it was examined: its kind, size, last modification time and identity
@@ -114,6 +117,8 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
 
   std::string const& file_name() const override { return file_name_; }
   std::streampos position(int i) const override { return positions_.at(checked_(i)); }
+  void set_read_options(ReadOptions const& options) override { file_->set_read_options(options); }
+  ReadOptions const& read_options() const override { return file_->read_options(); }
 
   int size() const override { return static_cast<int>(identifiers_.size()); }
   DatabaseEntryIdentifier identifier(int i) const override { return identifiers_.at(checked_(i)); }
