@@ -403,6 +403,10 @@ PYBIND11_MODULE(kora, m) {
       .def_property_readonly(
           "symbol", [](kora::Spacegroup const& s) { return text(s.symbol()); },
           "The Hermann-Mauguin symbol, as the file gave it or as kora names the group.")
+      .def_property_readonly(
+          "setting", [](kora::Spacegroup const& s) { return text(s.setting_symbol()); },
+          "The symbol that names the setting, origin choice and axes included ('I 41/a:2', "
+          "'R 3:H'); empty for operators that are no tabulated setting.")
       .def_property_readonly("number", &kora::Spacegroup::number,
                              "The number in International Tables (1 to 230); 0 when unknown.")
       .def_property_readonly(

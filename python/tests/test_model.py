@@ -261,6 +261,7 @@ class TestResExample:
     def test_space_group(self, entry):
         for group in (entry.spacegroup, entry.cell.spacegroup):
             assert group.symbol == "P21/c"
+            assert group.setting == "P 1 21/c 1"
             assert group.number == 14
             assert len(group) == len(group.operators) == 4
             assert all(type(op) is str for op in group.operators)

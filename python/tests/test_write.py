@@ -121,6 +121,15 @@ class TestSdOutput:
         kora.write(path, db)
         assert [e.data for e in kora.open(path)] == [e.data for e in db]
 
+    def test_standard_by_default_classic_on_request(self, write_text):
+        entry = kora.open(write_text("charged.sdf", CHARGED_SD))[0]
+        standard = kora.to_string(entry, "sdf")
+        classic = kora.to_string(entry, "sdf", classic=True)
+        # The charge goes into an M  CHG line in standard mode only.
+        assert "M  CHG" in standard and "M  CHG" not in classic
+        assert kora.to_string(entry, "sdf", classic=False) == standard
+        assert len(kora.open(write_text("again.sdf", CHARGED_SD), classic=True)) == 2
+
     def test_v3000_keeps_charges_and_data(self, tmp_path, write_text):
         db = kora.open(write_text("charged.sdf", CHARGED_SD))
         path = tmp_path / "v3000.sdf"
