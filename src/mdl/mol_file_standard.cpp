@@ -32,7 +32,6 @@ constexpr std::size_t v3000_line_length = 80;
 
 // One atom as written: what its line and property lines need.
 struct AtomRecord {
-  Atom const* atom;
   Point position;
   std::string_view symbol;  // "*" for an atom without element
   int charge;
@@ -68,8 +67,7 @@ int charge_code(int charge) {
 // R-group or alias lines are written that would give "L", "R#" or an alias a meaning.
 AtomRecord atom_record(Atom const& atom) {
   AtomDetails const* details = atom.details();
-  AtomRecord record{&atom,
-                    atom.site()->orthogonal(),
+  AtomRecord record{atom.site()->orthogonal(),
                     {},
                     atom.formal_charge(),
                     details ? details->mass_number : 0,
