@@ -77,6 +77,22 @@ inline BondType bond_type_of_code(int code) noexcept {
   }
 }
 
+// The standard atomic weight of an element rounded to an integer (the mass number the V2000
+// mass-difference column counts from); 0 outside 1..118.
+int rounded_atomic_weight(int atomic_number) noexcept;
+
+// The isotope mass number an atom line gives: deuterium and tritium by their symbols ("D"
+// also when the reader made it from "H" with mass difference 1), any other element by the
+// non-zero mass difference from its rounded atomic weight; 0 when the line names none.
+inline int mass_number_of_atom_line(std::string_view symbol, Element const& element,
+                                    int mass_difference) noexcept {
+  if (symbol == "D") return 2;
+  if (symbol == "T") return 3;
+  if (mass_difference == 0 || !element.is_set()) return 0;
+  int const mass = rounded_atomic_weight(element.atomic_number()) + mass_difference;
+  return mass > 0 ? mass : 0;
+}
+
 // Query and special atom symbols, which give no element.
 inline bool is_query_symbol(std::string_view symbol) noexcept {
   return symbol == "*" || symbol == "A" || symbol == "Q" || symbol == "L" || symbol == "LP" ||

@@ -46,6 +46,20 @@ void MolFile::clear() {
   scaling_factors_.clear();
   energy_.clear();
   registry_number_.clear();
+  structure_details_ = StructureDetails();
+}
+
+void MolFile::record_structure_details_(bool flat) {
+  structure_details_ = StructureDetails();
+  structure_details_.source_format = "sdf";
+  structure_details_.has_cell = false;
+  if (dimensional_code_ == "2D" || dimensional_code_ == "2d") {
+    structure_details_.dimension = "2D";
+  } else if (dimensional_code_ == "3D" || dimensional_code_ == "3d") {
+    structure_details_.dimension = "3D";
+  } else {
+    structure_details_.dimension = flat ? "2D" : "3D";
+  }
 }
 
 void MolFile::read(std::istream& is) {
@@ -120,6 +134,10 @@ void MolFile::print_header(std::ostream& os) const {
 }
 
 void MolFile::print(std::ostream& os) const {
+  if (write_options().standard()) {
+    print_standard_(os);
+    return;
+  }
   initialise_print();
   print_header(os);
   if (version_ == V3000) {
@@ -154,6 +172,7 @@ void MolFile::add(CrystalMaker const& maker, DatabaseEntryIdentifier const& iden
   clear();
   dimensional_code_ = "3D";
   molecule_name_ = identifier.str();
+  structure_details_ = maker.details();
   for (int i = 0; i < maker.nmolecules(); ++i) {
     molecules_->push_back(THandle<Molecule>(make_handle<Molecule3d>(*maker.molecule(i))));
   }
@@ -187,8 +206,10 @@ THandle<Crystal> MolFile::crystal() const {
 }
 
 THandle<CrystalMaker> MolFile::crystal_maker() const {
-  return make_handle<CrystalMaker>(*cell_, THandle<MoleculeList>(), THandle<MoleculeList>(),
-                                   molecules_);
+  auto maker = make_handle<CrystalMaker>(*cell_, THandle<MoleculeList>(), THandle<MoleculeList>(),
+                                         molecules_);
+  maker->mutable_details() = structure_details_;
+  return maker;
 }
 
 THandle<CrystalStructureDatabaseEntry> MolFile::database_entry() const {

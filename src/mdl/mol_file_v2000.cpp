@@ -47,20 +47,28 @@ void apply_charges(std::string_view line, AtomList const& atoms) {
   }
 }
 
-// "M  ISO": only mass 2 on a hydrogen matters; it makes the atom deuterium.
+// "M  ISO": every entry is kept as the atom's isotope mass number; in the model itself
+// only mass 2 on a hydrogen matters, which makes the atom deuterium.
 void apply_isotopes(std::string_view line, AtomList const& atoms) {
-  bool any_hydrogen = false;
-  for (THandle<Atom> const& atom : atoms) {
-    if (atom->element().symbol() == "H") {
-      any_hydrogen = true;
-      break;
-    }
-  }
-  if (!any_hydrogen) return;
   for (auto const& [index, mass] : property_entries(line)) {
-    if (index < 0 || index >= static_cast<int>(atoms.size()) || mass != 2) continue;
+    if (index < 0 || index >= static_cast<int>(atoms.size())) continue;
     THandle<Atom> const& atom = atoms[static_cast<std::size_t>(index)];
-    if (atom->element().symbol() == "H") atom->set_element(Element("D"));
+    if (AtomDetails* details = atom->mutable_details(); details && mass > 0) {
+      details->mass_number = mass;
+    }
+    if (mass == 2 && atom->element().symbol() == "H") atom->set_element(Element("D"));
+  }
+}
+
+// "M  RAD": the radical codes (1 singlet, 2 doublet, 3 triplet; 0 none) of the atoms.
+void apply_radicals(std::string_view line, AtomList const& atoms) {
+  for (auto const& [index, radical] : property_entries(line)) {
+    if (index < 0 || index >= static_cast<int>(atoms.size()) || radical < 0 || radical > 3) {
+      continue;
+    }
+    if (AtomDetails* details = atoms[static_cast<std::size_t>(index)]->mutable_details()) {
+      details->radical = radical;
+    }
   }
 }
 
@@ -110,13 +118,17 @@ void MolFile::read_V2000(std::istream& is) {
       double const z = c_double(column(line, 20, 10));
       if (detail::is_float_zero(z)) ++zero_z;
       symbol.assign(trim_view(column(line, 31, 3), " \t"));
-      if (symbol == "H" && c_int(column(line, 34, 2)) == 1) symbol = "D";
+      int const mass_difference = c_int(column(line, 34, 2));
+      if (symbol == "H" && mass_difference == 1) symbol = "D";
       verify_symbol(symbol);
       int const n = static_cast<int>(atoms->size()) + 1;
-      auto const atom = made.make(n, detail::element_of_symbol(symbol), symbol + int_to_string(n),
-                                  THandle<Site>());
+      Element const element = detail::element_of_symbol(symbol);
+      auto const atom = made.make(n, element, symbol + int_to_string(n), THandle<Site>());
       int const charge = detail::formal_charge_of_code(c_int(column(line, 36, 3)));
       atom->set_formal_charge(static_cast<std::int16_t>(charge));
+      AtomDetails& details = *atom->mutable_details();
+      details.mass_number = detail::mass_number_of_atom_line(symbol, element, mass_difference);
+      if (!element.is_set()) details.element_symbol = symbol;
       atoms->push_back(THandle<Atom>(atom));
       coordinates.push_back(Point{x, y, z});
     } else if (static_cast<int>(bonds.size()) < nbonds) {
@@ -142,12 +154,15 @@ void MolFile::read_V2000(std::istream& is) {
         apply_charges(line, *atoms);
       } else if (key == "ISO") {
         apply_isotopes(line, *atoms);
+      } else if (key == "RAD") {
+        apply_radicals(line, *atoms);
       }
     }
   }
 
   if (!ended) tags_->read(is);
   if (zero_z == natoms && dimensional_code_ != "3D" && dimensional_code_ != "3d") two_d_ = true;
+  record_structure_details_(zero_z == static_cast<int>(atoms->size()));
   try {
     molecules_ = create_molecules(*cell_, *atoms, bonds, coordinates, THandle<Transformation>());
   } catch (std::invalid_argument const&) {

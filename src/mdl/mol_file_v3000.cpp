@@ -151,10 +151,12 @@ void MolFile::read_V3000(std::istream& is) {
         // the mapping number out.
         int charge = 0;
         double mass = 0.0;
+        int radical = 0;
         for (std::string_view field = fields.next(); !field.empty(); field = fields.next()) {
           std::string_view value;
           if (property_value(field, "CHG", value)) charge = c_int(value);
           if (property_value(field, "MASS", value)) mass = c_double(value);
+          if (property_value(field, "RAD", value)) radical = c_int(value);
         }
         // An atom list ("[C,N,O]") is a query atom, as "L" is in V2000.
         std::string symbol(type.substr(0, 1) == "[" ? std::string_view("L") : type);
@@ -166,9 +168,19 @@ void MolFile::read_V3000(std::istream& is) {
         double const z = c_double(z_text);
         if (detail::is_float_zero(z)) ++zero_z;
         int const n = static_cast<int>(atoms->size()) + 1;
-        auto const atom = make_handle<FileOrderedAtom3d>(
-            n, detail::element_of_symbol(symbol), symbol + int_to_string(number), THandle<Site>());
+        Element const element = detail::element_of_symbol(symbol);
+        auto const atom = make_handle<FileOrderedAtom3d>(n, element, symbol + int_to_string(number),
+                                                         THandle<Site>());
         atom->set_formal_charge(static_cast<std::int16_t>(charge));
+        AtomDetails& details = *atom->mutable_details();
+        // MASS= is the isotope's mass number; a deuterium or tritium symbol names its own.
+        if (mass >= 1.0 && mass < 1000.0) {
+          details.mass_number = static_cast<int>(mass + 0.5);
+        } else {
+          details.mass_number = detail::mass_number_of_atom_line(symbol, Element(), 0);
+        }
+        if (radical >= 0 && radical <= 3) details.radical = radical;
+        if (!element.is_set()) details.element_symbol = symbol;
         atoms->push_back(THandle<Atom>(atom));
         coordinates.push_back(Point{c_double(x_text), c_double(y_text), z});
       } else {
@@ -236,10 +248,9 @@ void MolFile::read_V3000(std::istream& is) {
   }
 
   if (!ended) tags_->read(is);
-  if (zero_z == static_cast<int>(atoms->size()) && dimensional_code_ != "3D" &&
-      dimensional_code_ != "3d") {
-    two_d_ = true;
-  }
+  bool const flat = zero_z == static_cast<int>(atoms->size());
+  if (flat && dimensional_code_ != "3D" && dimensional_code_ != "3d") two_d_ = true;
+  record_structure_details_(flat);
   try {
     molecules_ = create_molecules(*cell_, *atoms, *bonds, coordinates, THandle<Transformation>());
   } catch (std::invalid_argument const&) {

@@ -15,6 +15,7 @@
 #include "kora/mdl/mol_file.hpp"
 #include "kora/mdl/mol_file_file_format.hpp"
 #include "kora/mdl/sdfile_database_reader.hpp"
+#include "mdl_test_support.hpp"
 
 namespace {
 
@@ -73,17 +74,7 @@ void expect_round_trip(MolFile const& file, std::string const& where) {
     BondType const type = a->bond(i)->type();  // unknown bonds are written as single ones
     EXPECT_EQ(b->bond(i)->type(), type == unknown_bond ? single_bond : type) << where;
   }
-  ASSERT_EQ(file.tags()->size(), back.tags()->size()) << where;
-  for (auto const& [key, values] : file.tags()->items()) {
-    // Values are written trimmed: a value of blanks comes back as the line ending the item.
-    std::vector<std::string> expected;
-    for (std::string const& value : *values) {
-      if (kora::trim(value, " \t\r\n").empty()) break;
-      expected.push_back(kora::trim(value, " \t\r\n"));
-    }
-    ASSERT_TRUE(back.tags()->values(key)) << where << ' ' << key;
-    EXPECT_EQ(*back.tags()->values(key), expected) << where << ' ' << key;
-  }
+  kora::test::expect_same_tags(file, back, where);
 }
 
 TEST(MdlCorpus, EveryFileOpensAndEveryEntryReads) {

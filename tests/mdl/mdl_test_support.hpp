@@ -11,7 +11,9 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "kora/kernel/string_functions.hpp"
 #include "kora/mdl/mol_file.hpp"
 
 namespace kora::test {
@@ -57,6 +59,21 @@ inline std::string counts(int atoms, int bonds, int lists = 0, int stext = 0) {
 // Header lines 1 to 3, with the dimensional code in columns 21-22 of line 2.
 inline std::string header(char const* name = "name", char const* dimension = "2D") {
   return std::string(name) + "\n  KORATEST0101241200" + dimension + "\n\n";
+}
+
+// The data items written and read back: the same keys, and each item's values as written
+// (trimmed; a value of blanks comes back as the blank line that ends the item).
+inline void expect_same_tags(MolFile const& file, MolFile const& back, std::string const& where) {
+  ASSERT_EQ(file.tags()->size(), back.tags()->size()) << where;
+  for (auto const& [key, values] : file.tags()->items()) {
+    std::vector<std::string> expected;
+    for (std::string const& value : *values) {
+      if (kora::trim(value, " \t\r\n").empty()) break;
+      expected.push_back(kora::trim(value, " \t\r\n"));
+    }
+    ASSERT_TRUE(back.tags()->values(key)) << where << ' ' << key;
+    EXPECT_EQ(*back.tags()->values(key), expected) << where << ' ' << key;
+  }
 }
 
 // A file that lives as long as the object.

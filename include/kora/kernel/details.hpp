@@ -41,6 +41,10 @@ struct AtomDetails {
   bool has_shelx_codes = false;
   double shelx_occupancy = 0.0;  // the site-occupation factor as written (11.0, 21.0, -31.5)
   double shelx_u = 0.0;          // the isotropic U as written (0.05, or -1.2 for riding)
+
+  // MOL/SD: the atom symbol the file gave to an atom the model holds no element for
+  // (tritium "T", query and R-group symbols "A", "Q", "L", "R#", "*"); "" otherwise.
+  std::string element_symbol;
 };
 
 struct StructureDetails {

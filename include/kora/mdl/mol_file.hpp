@@ -15,6 +15,7 @@
 #include "kora/kernel/crystal.hpp"
 #include "kora/kernel/database_entry.hpp"
 #include "kora/kernel/database_entry_identifier.hpp"
+#include "kora/kernel/details.hpp"
 #include "kora/kernel/handle.hpp"
 #include "kora/kernel/molecule.hpp"
 
@@ -82,6 +83,11 @@ class MolFile : public MoleculeFile {
   void read(std::istream& is) override;
   // Header, connection table (V3000 when version() is V3000, else V2000), data items and
   // "$$$$". The header always names this program and today's date.
+  // In standard mode (write_options()), the connection table follows the CTfile layout:
+  // charge codes with "M  CHG", "M  ISO" and "M  RAD" property lines, atoms in their file
+  // order, and V3000 when asked for (version() or write_options().v3000) or when the
+  // record does not fit V2000 (more than 999 atoms or bonds, coordinates wider than their
+  // columns).
   void print(std::ostream& os) const override;
   // Empties the record: default cell, no molecules, no data items, version V2000, not 2-D,
   // empty header fields. The identifier and the counts line are kept.
@@ -93,7 +99,7 @@ class MolFile : public MoleculeFile {
   void add(CrystalStructureDatabaseEntry const& entry) override;
   // Always throws std::runtime_error: MOL records hold no crystal.
   void add(Crystal const& crystal, DatabaseEntryIdentifier const& identifier) override;
-  // Every molecule of the maker; its cell is not taken over.
+  // Every molecule of the maker; its cell is not taken over, its structure details are.
   void add(CrystalMaker const& maker, DatabaseEntryIdentifier const& identifier) override;
   // An SDfileDatabaseEntry sharing this record's data items.
   THandle<CrystalStructureDatabaseEntry> database_entry() const override;
@@ -102,7 +108,8 @@ class MolFile : public MoleculeFile {
   THandle<Molecule> molecule() const override;
   THandle<Cell> cell() const override;
   THandle<Crystal> crystal() const override;
-  // The record's molecules as the maker's third list (molecules that may be 2-D).
+  // The record's molecules as the maker's third list (molecules that may be 2-D), with the
+  // record's structure details.
   THandle<CrystalMaker> crystal_maker() const override;
 
   // Reads the four lines of the header block and chooses the version from the counts line.
@@ -145,6 +152,10 @@ class MolFile : public MoleculeFile {
   // Whether the record read is two-dimensional: every atom has z = 0 and the header does
   // not say "3D".
   bool is_2d() const { return two_d_; }
+  // What the record says of the structure: after reading, source format "sdf", no cell of
+  // its own, and the dimension (the header's "2D"/"3D", else "2D" when every z is 0, else
+  // "3D"); after add(maker), the maker's details. Emptied by clear.
+  StructureDetails const& structure_details() const { return structure_details_; }
 
   THandle<TagCollection> tags() const { return tags_; }
   void add_sd_tag(std::string const& name, THandle<std::vector<std::string>> const& values);
@@ -172,6 +183,12 @@ class MolFile : public MoleculeFile {
   mutable THandle<std::vector<THandle<BondData>>> bonds_;
   mutable int natoms_ = 0;
   mutable int nbonds_ = 0;
+  StructureDetails structure_details_;
+
+  // Fills the structure details of a record just read; `flat` when every z is 0.
+  void record_structure_details_(bool flat);
+  // The whole record as the standard mode writes it.
+  void print_standard_(std::ostream& os) const;
 };
 
 // Accepts every symbol: element symbols read from MOL files are not checked.
