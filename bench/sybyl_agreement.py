@@ -2,9 +2,9 @@
 """How far kora's SYBYL atom types agree with Open Babel's on the SD and MOL files of the corpus.
 
 Every SD/MOL file under the corpus folder is converted to Mol2 twice, by the kora tool
-(`kora convert --keep-going X.sdf Y.mol2`, standard writing) and by Open Babel
+(`kora convert --keep-going --from sdf X.sdf Y.mol2`, standard writing) and by Open Babel
 (`obabel X.sdf -O Z.mol2`). The atoms of the two outputs are paired molecule by molecule
-(by position in the file, checked by atom count) and atom by atom (by coordinates, which
+(by position in the file, or by name and atom count where one program skipped records) and atom by atom (by coordinates, which
 both programs copy from the input; by order where coordinates repeat), and the table gives,
 for each type kora wrote, how many atoms had it, how many of them Open Babel typed the same,
 and the type Open Babel gave most often where the two differ.
@@ -16,6 +16,7 @@ Open Babel comes from the Debian package `openbabel` (installed when missing, as
 
 import argparse
 import collections
+import difflib
 import os
 import shutil
 import subprocess
@@ -117,9 +118,11 @@ def main():
     theirs = collections.defaultdict(collections.Counter)
     examples = collections.defaultdict(list)
     skipped = 0
+    per_file = []
     with tempfile.TemporaryDirectory() as tmp:
         for path in files:
-            ours = convert([args.kora, "convert", "--keep-going", path, os.path.join(tmp, "k.mol2")],
+            ours = convert([args.kora, "convert", "--keep-going", "--from", "sdf", path,
+                            os.path.join(tmp, "k.mol2")],
                            os.path.join(tmp, "k.mol2"))
             other = convert([obabel, path, "-O", os.path.join(tmp, "o.mol2")],
                             os.path.join(tmp, "o.mol2"))
@@ -130,23 +133,34 @@ def main():
             # them, so empty ones are dropped on both sides before pairing.
             ours = [m for m in ours if m[1]]
             other = [m for m in other if m[1]]
+            pairs = list(zip(ours, other))
             if len(ours) != len(other):
+                # One program skipped records the other wrote: pair the molecules that line
+                # up by name and atom count.
                 print(f"  {os.path.basename(path)}: {len(ours)} molecules from kora, "
-                      f"{len(other)} from Open Babel; paired by position as far as counts agree",
+                      f"{len(other)} from Open Babel; paired by name and atom count",
                       file=sys.stderr)
-            for (name, a), (_, b) in zip(ours, other):
+                keys = [(m[0], len(m[1])) for m in ours], [(m[0], len(m[1])) for m in other]
+                matcher = difflib.SequenceMatcher(None, keys[0], keys[1], autojunk=False)
+                pairs = [(ours[block.a + k], other[block.b + k])
+                         for block in matcher.get_matching_blocks() for k in range(block.size)]
+            file_atoms = file_agree = 0
+            for (name, a), (_, b) in pairs:
                 if len(a) != len(b):
                     skipped += 1
                     continue
                 for i, j in pair_atoms(a, b):
                     t, u = a[i][3], b[j][3]
                     counts[t] += 1
+                    file_atoms += 1
                     if t == u:
                         agree[t] += 1
+                        file_agree += 1
                     else:
                         theirs[t][u] += 1
                         if len(examples[(t, u)]) < args.details:
                             examples[(t, u)].append(f"{os.path.basename(path)} '{name}' atom {i + 1}")
+            per_file.append((os.path.relpath(path, args.corpus), file_atoms, file_agree))
 
     total = sum(counts.values())
     print(f"{len(files)} files, {total} atoms compared"
@@ -159,8 +173,14 @@ def main():
         note = f"{other[0][0]} ({other[0][1]})" if other else ""
         print(f"| {t} | {n} | {100.0 * agree[t] / n:.1f}% | {note} |")
     print(f"| all | {total} | {100.0 * sum(agree.values()) / max(total, 1):.1f}% | |")
+    print()
+    print("| file | atoms | agreeing |")
+    print("|---|---:|---:|")
+    for name, n, k in per_file:
+        print(f"| {name} | {n} | {100.0 * k / n:.1f}% |" if n else f"| {name} | 0 | |")
     for (t, u), where in sorted(examples.items()):
-        print(f"{t} vs {u}: " + "; ".join(where))
+        if where:
+            print(f"{t} vs {u}: " + "; ".join(where))
 
 
 if __name__ == "__main__":

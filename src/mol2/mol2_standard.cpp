@@ -56,7 +56,7 @@ std::string word_of(std::string const& text, std::string_view fallback) {
 // What makes atoms one substructure: the source's Mol2 substructure, else its residue, else
 // the molecule it lies in.
 struct SubstructureKey {
-  int kind = 0;  // 0 Mol2 substructure, 1 residue, 2 molecule
+  int kind = 0;  // 0 Mol2 substructure, 1 residue, 2 molecule, 3 residue label
   int number = 0;
   std::string name;
   std::string chain;
@@ -71,6 +71,9 @@ SubstructureKey key_of(Atom const& atom, int molecule) {
     return {0, d->substructure_id, d->substructure_name, {}, ' '};
   if (d && !d->residue_name.empty())
     return {1, d->residue_number, d->residue_name, d->chain, d->insertion_code};
+  // A protein atom whose reader kept only its residue label ("ALA12").
+  if (ProteinAtom const* p = atom.protein_atom(); p && !p->residue_label().empty())
+    return {3, 0, p->residue_label(), {}, ' '};
   return {2, molecule, {}, {}, ' '};
 }
 
@@ -99,6 +102,11 @@ Substructure substructure_of(SubstructureKey const& key, Atom const& atom, int r
     case 1:
       s.name = key.name + int_to_string(key.number);
       if (key.insertion != ' ') s.name += key.insertion;
+      break;
+    case 3:
+      // The label is the residue name followed by its number.
+      s.name = key.name;
+      s.residue_name = key.name.substr(0, key.name.find_first_of("-0123456789"));
       break;
     default:
       s.name = "RES" + int_to_string(key.number + 1);

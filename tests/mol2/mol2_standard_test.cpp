@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kora/framework/flat_file_database.hpp"
@@ -283,6 +284,25 @@ TEST(Mol2Standard, ResiduesOfAPdbSourceBecomeSubstructures) {
     EXPECT_EQ(d.chain, r.chain) << i;
   }
   EXPECT_EQ(back->atom(4)->details()->substructure_id, 3);
+}
+
+TEST(Mol2Standard, ResidueLabelsOfProteinAtomsBecomeSubstructures) {
+  std::vector<THandle<Atom>> atoms;
+  for (auto [label, residue, x] : {std::tuple{"N", "SER5", 0.0}, std::tuple{"CA", "SER5", 1.4},
+                                   std::tuple{"O", "HOH7", 8.0}}) {
+    Point const p(x, 0, 0);
+    atoms.push_back(make_handle<FileOrderedProteinAtom>(0, Element(label[0] == 'C' ? "C" : label),
+                                                        label, residue, make_handle<Site>(p, p)));
+  }
+  auto const molecule =
+      make_handle<Molecule3d>(atoms, std::vector<BondData>{BondData(0, 1, single_bond)});
+  std::string const text = write_standard(maker_of({molecule}));
+  std::vector<std::string> const rows = section(text, "SUBSTRUCTURE");
+  ASSERT_EQ(rows.size(), 2u) << text;
+  EXPECT_EQ(words(rows[0]),
+            (std::vector<std::string>{"1", "SER5", "1", "RESIDUE", "1", "****", "SER", "0"}));
+  EXPECT_EQ(words(rows[1]).at(1), "HOH7");
+  EXPECT_EQ(read_standard(text).molecule()->atom(2)->details()->residue_number, 7);
 }
 
 TEST(Mol2Standard, Mol2SubstructuresKeepTheirIdsAndNames) {
