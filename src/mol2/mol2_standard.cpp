@@ -123,6 +123,11 @@ bool is_unit_cube(Cell const& cell) {
          near(cell.gamma().degrees(), 90.0) && cell.spacegroup().order() <= 1;
 }
 
+// A value that prints as zero with four decimals is written as 0.0000, never -0.0000.
+double tidy(double value) {
+  return std::fabs(value) < 5e-5 ? 0.0 : value;
+}
+
 bool no_charges(std::string const& type) {
   return type.empty() || toupper(type) == "NO_CHARGES";
 }
@@ -263,7 +268,7 @@ void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::strin
     append_left(out, word_of(atom.label(), fallback), 8);
     for (int c = 0; c < 3; ++c) {
       out += ' ';
-      append_fixed(out, p[c], 4, 10);
+      append_fixed(out, tidy(p[c]), 4, 10);
     }
     out += ' ';
     append_left(out, types[i], 8);
@@ -272,7 +277,7 @@ void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::strin
     out += ' ';
     append_left(out, word_of(s.name, "****"), 8);
     out += ' ';
-    append_fixed(out, d && d->has_partial_charge ? d->partial_charge : 0.0, 4, 10);
+    append_fixed(out, tidy(d && d->has_partial_charge ? d->partial_charge : 0.0), 4, 10);
     out += '\n';
   }
   bool charged = false;

@@ -209,10 +209,10 @@ TEST(Mol2Standard, NoChargesAndUserCharges) {
 TEST(Mol2Standard, DeuteriumReadsBackAsDeuterium) {
   // CH2D2.
   auto const molecule = make_handle<Molecule3d>(
-      std::vector<THandle<Atom>>{make_atom("C", "C1", 0, 0, 0), make_atom("H", "H1", 1.09, 0, 0),
-                                 make_atom("H", "H2", -0.36, 1.03, 0),
-                                 make_atom("D", "D1", -0.36, -0.51, 0.89),
-                                 make_atom("D", "D2", -0.36, -0.51, -0.89)},
+      std::vector<THandle<Atom>>{
+          make_atom("C", "C1", -0.00001, 0, 0), make_atom("H", "H1", 1.09, 0, 0),
+          make_atom("H", "H2", -0.36, 1.03, 0), make_atom("D", "D1", -0.36, -0.51, 0.89),
+          make_atom("D", "D2", -0.36, -0.51, -0.89)},
       std::vector<BondData>{BondData(0, 1, single_bond), BondData(0, 2, single_bond),
                             BondData(0, 3, single_bond), BondData(0, 4, single_bond)});
   std::string const text = write_standard(maker_of({molecule}));
@@ -221,7 +221,29 @@ TEST(Mol2Standard, DeuteriumReadsBackAsDeuterium) {
   for (int i = 0; i < back->natoms(); ++i)
     symbols.push_back(back->atom(i)->element().symbol());
   EXPECT_EQ(symbols, (std::vector<std::string>{"C", "H", "H", "D", "D"})) << text;
-  EXPECT_EQ(words(section(text, "ATOM").at(0)).at(5), "C.3");
+  // Fixed columns; a coordinate that rounds to zero is not written as -0.0000.
+  EXPECT_EQ(section(text, "ATOM").at(0),
+            "      1 C1           0.0000     0.0000     0.0000 C.3          1 RES1         0.0000");
+}
+
+TEST(Mol2Standard, WideValuesAndOddNamesStaySeparateFields) {
+  auto const molecule = make_handle<Molecule3d>(
+      std::vector<THandle<Atom>>{make_atom("C", "C 1", -12345.6789, 99999.9999, -0.5),
+                                 make_atom("O", "", 0, 0, 1.2)},
+      std::vector<BondData>{BondData(0, 1, double_bond)});
+  molecule->atom(0)->mutable_details()->has_partial_charge = true;
+  molecule->atom(0)->mutable_details()->partial_charge = -10.12345;
+  std::string const text = write_standard(maker_of({molecule}), "two words");
+  THandle<Molecule> const back = read_standard(text).molecule();
+  ASSERT_EQ(back->natoms(), 2) << text;
+  EXPECT_EQ(back->atom(0)->label(), "C_1");
+  EXPECT_EQ(back->atom(1)->label(), "O2");  // an empty name would shift every later field
+  Point const p = back->atom(0)->site()->orthogonal();
+  EXPECT_NEAR(p[0], -12345.6789, 1e-9);
+  EXPECT_NEAR(p[1], 99999.9999, 1e-9);
+  EXPECT_NEAR(back->atom(0)->details()->partial_charge, -10.1235, 1e-9);
+  EXPECT_EQ(back->atom(1)->details()->atom_type, "O.2");
+  EXPECT_EQ(read_standard(text).molecule_name(), "two words");
 }
 
 // ---------------------------------------------------------------------------------------
