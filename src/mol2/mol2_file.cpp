@@ -65,8 +65,8 @@ std::map<int, SubstructureRow> substructure_rows(std::string const& text) {
 }
 
 // Residue name, number and insertion code of a residue substructure named, for instance,
-// "ALA12", "HOH-3" or "SER27A": the residue name is the row's sub_type when it gives one,
-// else the name's leading letters; the number follows it.
+// "ALA12", "HOH-3" or "SER27A": the residue name is the row's sub_type when the name begins
+// with it, else the name's leading letters; the number follows it.
 void fill_residue(AtomDetails& d, std::string const& name, SubstructureRow const& row) {
   std::string_view rest = name;
   if (given(row.sub_type) && name.compare(0, row.sub_type.size(), row.sub_type) == 0) {
@@ -77,7 +77,7 @@ void fill_residue(AtomDetails& d, std::string const& name, SubstructureRow const
     while (k < rest.size() && !(rest[k] >= '0' && rest[k] <= '9') &&
            !(rest[k] == '-' && k + 1 < rest.size() && rest[k + 1] >= '0' && rest[k + 1] <= '9'))
       ++k;
-    d.residue_name = given(row.sub_type) ? row.sub_type : std::string(rest.substr(0, k));
+    d.residue_name = k > 0 || !given(row.sub_type) ? std::string(rest.substr(0, k)) : row.sub_type;
     rest.remove_prefix(k);
   }
   int number = 0;

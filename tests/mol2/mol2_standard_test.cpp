@@ -329,11 +329,13 @@ TEST(Mol2Standard, ResidueLabelsOfProteinAtomsBecomeSubstructures) {
 
 TEST(Mol2Standard, Mol2SubstructuresKeepTheirIdsAndNames) {
   std::string const source =
-      "@<TRIPOS>MOLECULE\nx\n3 0 2\nPROTEIN\nNO_CHARGES\n@<TRIPOS>ATOM\n"
+      "@<TRIPOS>MOLECULE\nx\n4 0 3\nPROTEIN\nNO_CHARGES\n@<TRIPOS>ATOM\n"
       "1 N 0 0 0 N.am 7 LYS3 0\n2 CA 1.4 0 0 C.3 7 LYS3 0\n3 O 9 0 0 O.3 9 HOH12 0\n"
+      "4 O 12 0 0 O.3 11 WAT5 0\n"
       "@<TRIPOS>SUBSTRUCTURE\n"
       "     7 LYS3        1 RESIDUE           4 B     LYS     1 ROOT\n"
-      "     9 HOH12       3 GROUP             0 ****  ****    0\n";
+      "     9 HOH12       3 GROUP             0 ****  ****    0\n"
+      "    11 WAT5        4 RESIDUE           0 ****  ROOT    0\n";
   Mol2File const file = read_standard(source);
   THandle<Molecule> const m = file.molecule();
   EXPECT_EQ(m->atom(0)->details()->residue_name, "LYS");
@@ -341,6 +343,9 @@ TEST(Mol2Standard, Mol2SubstructuresKeepTheirIdsAndNames) {
   EXPECT_EQ(m->atom(0)->details()->chain, "B");
   EXPECT_EQ(m->atom(2)->details()->residue_name, "");  // a group, not a residue
   EXPECT_EQ(m->atom(2)->details()->substructure_id, 9);
+  // A sub_type that does not begin the name ("ROOT" for WAT5) does not name the residue.
+  EXPECT_EQ(m->atom(3)->details()->residue_name, "WAT");
+  EXPECT_EQ(m->atom(3)->details()->residue_number, 5);
   EXPECT_EQ(file.crystal_maker()->details().mol2_molecule_type, "PROTEIN");
 
   std::ostringstream out;
@@ -348,11 +353,13 @@ TEST(Mol2Standard, Mol2SubstructuresKeepTheirIdsAndNames) {
   writer.set_write_options(WriteOptions::standard_mode());
   writer.print(out);  // a file read, not added, writes from its own model
   std::vector<std::string> const rows = section(out.str(), "SUBSTRUCTURE");
-  ASSERT_EQ(rows.size(), 2u) << out.str();
+  ASSERT_EQ(rows.size(), 3u) << out.str();
   EXPECT_EQ(words(rows[0]),
             (std::vector<std::string>{"7", "LYS3", "1", "RESIDUE", "1", "B", "LYS", "0"}));
   EXPECT_EQ(words(rows[1]),
             (std::vector<std::string>{"9", "HOH12", "3", "GROUP", "0", "****", "****", "0"}));
+  EXPECT_EQ(words(rows[2]),
+            (std::vector<std::string>{"11", "WAT5", "4", "RESIDUE", "1", "****", "WAT", "0"}));
   EXPECT_NE(out.str().find("\nPROTEIN\nNO_CHARGES\n"), std::string::npos);
 }
 
