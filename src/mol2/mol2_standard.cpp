@@ -261,11 +261,16 @@ void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::strin
     AtomDetails const* d = atom.details();
     Substructure const& s = substructures[static_cast<std::size_t>(subst_of[i])];
     Point const p = atom.site()->orthogonal();
-    std::string const fallback = (atom.element().is_set() ? atom.element().symbol() : "Du") +
-                                 int_to_string(static_cast<int>(i) + 1);
     append_int(out, static_cast<long long>(i) + 1, 7);
     out += ' ';
-    append_left(out, word_of(atom.label(), fallback), 8);
+    if (atom.label().empty()) {
+      // An atom without a name is named by its element and id, as many readers name them.
+      std::string const name = (atom.element().is_set() ? atom.element().symbol() : "Du") +
+                               int_to_string(static_cast<int>(i) + 1);
+      append_left(out, name, 8);
+    } else {
+      append_left(out, word_of(atom.label(), "Du"), 8);
+    }
     for (int c = 0; c < 3; ++c) {
       out += ' ';
       append_fixed(out, tidy(p[c]), 4, 10);
