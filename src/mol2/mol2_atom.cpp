@@ -24,7 +24,9 @@ Mol2AtomLine::Mol2AtomLine(int atom_id, std::string name, double x, double y, do
       type_(trim(type, " \t")),
       substructure_id_(substructure_id),
       substructure_name_(trim(substructure_name, " \t")),
-      charge_(charge) {}
+      charge_(charge),
+      partial_charge_(charge),
+      has_partial_charge_(true) {}
 
 void Mol2AtomLine::read(std::istream& is) {
   std::string buffer;
@@ -36,10 +38,17 @@ void Mol2AtomLine::read(std::istream& is, std::string& buffer) {
   substructure_name_.clear();
   charge_ = 0;
   substructure_id_ = 1;
+  partial_charge_ = 0.0;
+  has_partial_charge_ = false;
   detail::TextCursor fields(buffer);
-  (void)(fields.read(atom_id_) && fields.read(name_) && fields.read(x_) && fields.read(y_) &&
-         fields.read(z_) && fields.read(type_) && fields.read(substructure_id_) &&
-         fields.read(substructure_name_) && fields.read(charge_));
+  if (!(fields.read(atom_id_) && fields.read(name_) && fields.read(x_) && fields.read(y_) &&
+        fields.read(z_) && fields.read(type_) && fields.read(substructure_id_) &&
+        fields.read(substructure_name_)))
+    return;
+  // The same column read once more as a real number, for the partial charge.
+  detail::TextCursor charge_field(fields.rest());
+  has_partial_charge_ = charge_field.read(partial_charge_);
+  (void)fields.read(charge_);
 }
 
 void Mol2AtomLine::print(std::ostream& os) const {

@@ -360,6 +360,30 @@ Spacegroup Mol2Crysin::convert_to_kora() const {
   return Spacegroup(name, -1, Spacegroup::unknown_system);
 }
 
+bool Mol2Crysin::convert_from_kora_exactly(Spacegroup const& spacegroup) {
+  convert_from_kora(spacegroup);
+  if (setting_ != 0 && convert_to_kora() == spacegroup) return true;
+  auto const states = [&](int number, int setting) {
+    number_ = number;
+    setting_ = setting;
+    return convert_to_kora() == spacegroup;
+  };
+  int const n = spacegroup.number();
+  if (n >= 1 && n <= 230) {
+    auto const& row = setting_table()[static_cast<std::size_t>(n)];
+    for (std::size_t k = 0; k < row.size(); ++k) {
+      if (row[k] == "---" || row[k] == "...") continue;
+      if (states(n, static_cast<int>(k) + 1)) return true;
+    }
+  }
+  for (int extra = 231; extra <= 238; ++extra) {
+    if (states(extra, 1)) return true;
+  }
+  number_ = n >= 1 && n <= 230 ? n : 0;
+  setting_ = 0;
+  return false;
+}
+
 bool Mol2Crysin::operator==(Mol2Crysin const& o) const {
   auto const close = [](double x, double y) { return x - 0.001 < y && y - 0.001 < x; };
   return close(a_, o.a_) && close(b_, o.b_) && close(c_, o.c_) && close(alpha_, o.alpha_) &&

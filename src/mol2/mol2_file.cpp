@@ -1,10 +1,18 @@
 #include "kora/mol2/mol2_file.hpp"
 
+#include <cctype>
+#include <charconv>
 #include <istream>
+#include <map>
 #include <ostream>
 #include <stdexcept>
+#include <string_view>
+#include <type_traits>
+#include <unordered_map>
 
+#include "kernel/text_cursor.hpp"
 #include "kora/kernel/string_functions.hpp"
+#include "mol2/mol2_standard.hpp"
 
 namespace kora {
 
@@ -23,6 +31,68 @@ bool begins_with(std::string const& line, char c) {
   return !line.empty() && line[0] == c;
 }
 
+// A word of a SUBSTRUCTURE row that says something: Mol2 writes "****" for an empty field.
+bool given(std::string const& field) {
+  return !field.empty() && field != "****";
+}
+
+// One row of the SUBSTRUCTURE section, as far as the atoms' details need it.
+struct SubstructureRow {
+  std::string type;
+  std::string chain;
+  std::string sub_type;
+};
+
+std::map<int, SubstructureRow> substructure_rows(std::string const& text) {
+  std::map<int, SubstructureRow> rows;
+  std::size_t start = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    detail::TextCursor fields(std::string_view(text).substr(start, end - start));
+    start = end + 1;
+    int id = 0;
+    int root = 0;
+    int dictionary = 0;
+    std::string name;
+    SubstructureRow row;
+    if (!fields.read(id) || !fields.read(name) || !fields.read(root)) continue;
+    (void)(fields.read(row.type) && fields.read(dictionary) && fields.read(row.chain) &&
+           fields.read(row.sub_type));
+    rows.emplace(id, std::move(row));
+  }
+  return rows;
+}
+
+// Residue name, number and insertion code of a residue substructure named, for instance,
+// "ALA12", "HOH-3" or "SER27A": the residue name is the row's sub_type when the name begins
+// with it, else the name's leading letters; the number follows it.
+void fill_residue(AtomDetails& d, std::string const& name, SubstructureRow const& row) {
+  std::string_view rest = name;
+  if (given(row.sub_type) && name.compare(0, row.sub_type.size(), row.sub_type) == 0) {
+    d.residue_name = row.sub_type;
+    rest.remove_prefix(row.sub_type.size());
+  } else {
+    std::size_t k = 0;
+    while (k < rest.size() && !(rest[k] >= '0' && rest[k] <= '9') &&
+           !(rest[k] == '-' && k + 1 < rest.size() && rest[k + 1] >= '0' && rest[k + 1] <= '9'))
+      ++k;
+    d.residue_name = k > 0 || !given(row.sub_type) ? std::string(rest.substr(0, k)) : row.sub_type;
+    rest.remove_prefix(k);
+  }
+  int number = 0;
+  auto const [end, ec] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+  if (ec != std::errc()) return;
+  d.residue_number = number;
+  std::size_t const used = static_cast<std::size_t>(end - rest.data());
+  if (used + 1 == rest.size() && std::isalpha(static_cast<unsigned char>(rest[used])))
+    d.insertion_code = rest[used];
+}
+
+bool without_charges(std::string const& charge_type) {
+  return charge_type.empty() || toupper(charge_type) == "NO_CHARGES";
+}
+
 }  // namespace
 
 void Mol2Comment::print(std::ostream& os) const {
@@ -35,12 +105,16 @@ Mol2File::Mol2File(std::string const& file_name) {
 }
 
 Mol2File::Mol2File(Mol2File const& other)
-    : molecule_(copy_of(other.molecule_)),
+    : MoleculeFile(other),
+      molecule_(copy_of(other.molecule_)),
       atoms_(copy_of(other.atoms_)),
       bonds_(copy_of(other.bonds_)),
       substructure_(other.substructure_),
       crysin_(copy_of(other.crysin_)),
-      comments_(other.comments_) {}
+      comments_(other.comments_),
+      unity_charges_(other.unity_charges_),
+      source_(other.source_),
+      source_name_(other.source_name_) {}
 
 Mol2File& Mol2File::operator=(Mol2File const& other) {
   if (this != &other) *this = Mol2File(other);
@@ -54,12 +128,19 @@ void Mol2File::clear() {
   crysin_.reset();
   substructure_.clear();
   comments_.clear();
+  unity_charges_.clear();
+  source_ = THandle<CrystalMaker>();
+  source_name_.clear();
 }
 
 void Mol2File::read(std::istream& is) {
   clear();
   THandle<Mol2Comment> comment;
   bool header_seen = false;
+  // Within UNITY_ATOM_ATTR: the atom whose attributes follow, and how many are left.
+  bool unity = false;
+  int unity_atom = 0;
+  int unity_left = 0;
   std::string line;
   while (is.good()) {
     kora::getline(is, line);
@@ -67,9 +148,16 @@ void Mol2File::read(std::istream& is) {
       if (comment) comment->append(line);
       continue;
     }
-    if (line.find('@') != std::string::npos && comment) {
-      comments_.push_back(comment);
-      comment.reset();
+    if (line.find('@') != std::string::npos) {
+      if (comment) {
+        comments_.push_back(comment);
+        comment.reset();
+      }
+      unity = contains(line, "@<TRIPOS>UNITY_ATOM_ATTR");
+      if (unity) {
+        unity_left = 0;
+        continue;
+      }
     }
     if (contains(line, "@<TRIPOS>MOLECULE")) {
       if (header_seen) break;
@@ -92,12 +180,28 @@ void Mol2File::read(std::istream& is) {
       get_substructure(is, molecule_->number_of_substructures());
     } else if (comment) {
       comment->append(line);
+    } else if (unity) {
+      detail::TextCursor fields(line);
+      if (unity_left <= 0) {
+        int count = 0;
+        if (fields.read(unity_atom) && fields.read(count)) unity_left = count;
+      } else {
+        --unity_left;
+        std::string attribute;
+        int charge = 0;
+        if (fields.read(attribute) && attribute == "charge" && fields.read(charge))
+          unity_charges_.emplace_back(unity_atom, charge);
+      }
     }
   }
   if (comment) comments_.push_back(comment);
 }
 
 void Mol2File::print(std::ostream& os) const {
+  if (write_options().standard()) {
+    print_standard_(os);
+    return;
+  }
   if (molecule_) {
     os << "@<TRIPOS>MOLECULE" << '\n';
     molecule_->print(os);
@@ -140,12 +244,32 @@ void Mol2File::add(Molecule const& molecule, DatabaseEntryIdentifier const& iden
   molecule_ = std::make_unique<Mol2Molecule>(*source, identifier.str());
   atoms_ = std::make_unique<Mol2Atom>(*source);
   bonds_ = std::make_unique<Mol2Bond>(*source);
+  if (write_options().standard()) {
+    auto molecules = make_handle<MoleculeList>();
+    molecules->push_back(THandle<Molecule>(make_handle<Molecule3d>(*source)));
+    source_ = make_handle<CrystalMaker>(Cell(), molecules, THandle<MoleculeList>(),
+                                        THandle<MoleculeList>());
+    source_->mutable_details().has_cell = false;
+    source_name_ = identifier.str();
+  }
 }
 
 template <class Structure>
 void Mol2File::add_structure_(Structure const& structure, Cell const& cell,
                               DatabaseEntryIdentifier const& identifier) {
   clear();
+  if (write_options().standard()) {
+    if constexpr (std::is_same_v<Structure, CrystalMaker>) {
+      source_ = make_handle<CrystalMaker>(structure);
+    } else {
+      auto molecules = make_handle<MoleculeList>();
+      for (int k = 0; k < structure.nmolecules(); ++k)
+        molecules->push_back(structure.molecule(k));
+      source_ = make_handle<CrystalMaker>(cell, molecules, THandle<MoleculeList>(),
+                                          THandle<MoleculeList>());
+    }
+    source_name_ = identifier.str();
+  }
   std::vector<THandle<MoleculeSubset>> subsets;
   for (int k = 0; k < structure.nmolecules(); ++k) {
     auto subset = make_handle<MoleculeSubset>(structure.molecule(k));
@@ -225,7 +349,9 @@ THandle<Molecule> Mol2File::molecule() const {
   }
   THandle<Cell> const c = cell();
   auto const bonds = bonds_ ? bonds_->bonds() : make_handle<std::vector<THandle<BondData>>>();
-  return THandle<Molecule>(make_handle<Molecule3d>(atoms_->atoms(*c), bonds));
+  auto const atoms = atoms_->atoms(*c);
+  fill_details_(*atoms);
+  return THandle<Molecule>(make_handle<Molecule3d>(atoms, bonds));
 }
 
 THandle<CrystalMaker> Mol2File::crystal_maker() const {
@@ -236,8 +362,72 @@ THandle<CrystalMaker> Mol2File::crystal_maker() const {
   auto const bonds = bonds_ ? bonds_->bonds() : make_handle<std::vector<THandle<BondData>>>();
   THandle<Cell> const c = cell();
   auto const atoms = atoms_->atoms(*c);
+  fill_details_(*atoms);
   auto const molecules = create_molecules(*atoms, *bonds);
-  return make_handle<CrystalMaker>(*c, molecules, THandle<MoleculeList>(), THandle<MoleculeList>());
+  auto maker =
+      make_handle<CrystalMaker>(*c, molecules, THandle<MoleculeList>(), THandle<MoleculeList>());
+  fill_details_(maker->mutable_details());
+  return maker;
+}
+
+void Mol2File::fill_details_(std::vector<THandle<Atom>>& atoms) const {
+  auto const& lines = atoms_->lines();
+  bool const charges = molecule_ && !without_charges(molecule_->charge_type());
+  std::map<int, SubstructureRow> const rows = substructure_rows(substructure_);
+  std::unordered_map<int, int> formal;
+  if (read_options().standard()) {
+    for (auto const& [id, charge] : unity_charges_)
+      formal[id] = charge;
+  }
+  for (std::size_t i = 0; i < atoms.size() && i < lines.size(); ++i) {
+    Mol2AtomLine const& line = *lines[i];
+    Atom& atom = *atoms[i];
+    if (!formal.empty()) {
+      auto const it = formal.find(line.atom_id());
+      if (it != formal.end()) atom.set_formal_charge(it->second);
+    }
+    AtomDetails* d = atom.mutable_details();
+    if (!d) continue;
+    d->atom_type = line.type();
+    d->has_partial_charge = charges && line.has_partial_charge();
+    d->partial_charge = d->has_partial_charge ? line.partial_charge() : 0.0;
+    if (line.substructure_name().empty()) continue;
+    d->substructure_id = line.substructure_id();
+    d->substructure_name = line.substructure_name();
+    auto const row = rows.find(line.substructure_id());
+    if (row == rows.end()) continue;
+    if (given(row->second.chain)) d->chain = row->second.chain;
+    if (toupper(row->second.type) == "RESIDUE") fill_residue(*d, d->substructure_name, row->second);
+  }
+}
+
+void Mol2File::fill_details_(StructureDetails& details) const {
+  details.source_format = "mol2";
+  details.has_cell = static_cast<bool>(crysin_);
+  if (molecule_) {
+    details.mol2_molecule_type = molecule_->molecule_type();
+    details.mol2_charge_type = molecule_->charge_type();
+  }
+}
+
+void Mol2File::print_standard_(std::ostream& os) const {
+  if (source_) {
+    detail::print_mol2_standard(os, *source_, source_name_);
+  } else if (molecule_) {
+    THandle<CrystalMaker> maker;
+    if (atoms_) {
+      maker = crystal_maker();
+    } else {
+      maker = make_handle<CrystalMaker>(*cell(), THandle<MoleculeList>(), THandle<MoleculeList>(),
+                                        THandle<MoleculeList>());
+      fill_details_(maker->mutable_details());
+    }
+    detail::print_mol2_standard(os, *maker, molecule_->name());
+  }
+  for (THandle<Mol2Comment> const& comment : comments_) {
+    os << "@<TRIPOS>COMMENT\n";
+    comment->print(os);
+  }
 }
 
 THandle<Crystal> Mol2File::crystal() const {

@@ -58,6 +58,10 @@ struct StructureDetails {
   std::string source_format;
   // SHELX free variables (FVAR), the overall scale factor first.
   std::vector<double> free_variables;
+  // The molecule type and charge type of a Mol2 MOLECULE record ("SMALL", "PROTEIN";
+  // "USER_CHARGES", "GASTEIGER", "bcc"), as the source gave them; "" when it gave none.
+  std::string mol2_molecule_type;
+  std::string mol2_charge_type;
 };
 
 }  // namespace kora

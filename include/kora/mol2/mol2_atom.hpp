@@ -51,6 +51,10 @@ class Mol2AtomLine {
   int substructure_id() const { return substructure_id_; }
   std::string const& substructure_name() const { return substructure_name_; }
   int charge() const { return charge_; }
+  // The charge column as a real number (a Mol2 partial charge), and whether the line had
+  // one; a line built from values holds its integer charge there.
+  double partial_charge() const { return partial_charge_; }
+  bool has_partial_charge() const { return has_partial_charge_; }
 
   // Numbers and strings equal; coordinates within 0.0001.
   bool operator==(Mol2AtomLine const& other) const;
@@ -65,6 +69,8 @@ class Mol2AtomLine {
   int substructure_id_ = 0;
   std::string substructure_name_;
   int charge_ = 0;
+  double partial_charge_ = 0.0;
+  bool has_partial_charge_ = false;
 };
 
 // The whole ATOM section, in file order.

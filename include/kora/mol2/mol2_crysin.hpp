@@ -34,6 +34,10 @@ class Mol2Crysin {
   // Number and setting of a space group (setting 0 when its symbol is in no row).
   void convert_from_kora(Spacegroup const& spacegroup);
   Spacegroup convert_to_kora() const;
+  // Number and setting that give back exactly the operators of the space group: those of
+  // convert_from_kora when they do, else the first setting of the group's row, or of the
+  // extra numbers 231 to 238, that does. False, with the setting 0, when none does.
+  bool convert_from_kora_exactly(Spacegroup const& spacegroup);
 
   double a() const { return a_; }
   double b() const { return b_; }

@@ -7,6 +7,7 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kora/framework/molecule_file.hpp"
@@ -73,6 +74,9 @@ class Mol2File : public MoleculeFile {
   void set_substructure(Crystal const& crystal);
   // Replaces the substructure text by the next `count` lines of the stream.
   void get_substructure(std::istream& is, int count);
+  // The formal charges of the UNITY_ATOM_ATTR section ("charge" attributes), as pairs of atom
+  // id and charge. The model's atoms carry them when the file is read in standard mode.
+  std::vector<std::pair<int, int>> const& unity_charges() const { return unity_charges_; }
 
   // Sections present in both files compare equal; the crystal records decide when both
   // have one.
@@ -84,6 +88,12 @@ class Mol2File : public MoleculeFile {
                       DatabaseEntryIdentifier const& identifier);
   template <class Structure>
   void append_substructure_(Structure const& structure);
+  // What the model's atoms and the crystal maker keep of the file beyond the classic model:
+  // atom types, partial charges, substructures and residues; the formal charges of
+  // UNITY_ATOM_ATTR in standard reading.
+  void fill_details_(std::vector<THandle<Atom>>& atoms) const;
+  void fill_details_(StructureDetails& details) const;
+  void print_standard_(std::ostream& os) const;
 
   std::unique_ptr<Mol2Molecule> molecule_;
   std::unique_ptr<Mol2Atom> atoms_;
@@ -91,6 +101,11 @@ class Mol2File : public MoleculeFile {
   std::string substructure_;
   std::unique_ptr<Mol2Crysin> crysin_;
   std::deque<THandle<Mol2Comment>> comments_;
+  std::vector<std::pair<int, int>> unity_charges_;
+  // The structure given to add() in standard writing, and its name: standard output is
+  // written from the model, whose details the classic sections do not hold.
+  THandle<CrystalMaker> source_;
+  std::string source_name_;
 };
 
 }  // namespace kora

@@ -1,0 +1,353 @@
+#include "mol2/mol2_standard.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <ostream>
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "kernel/sybyl_typer.hpp"
+#include "kernel/text_cursor.hpp"
+#include "kernel/text_format.hpp"
+#include "kora/kernel/string_functions.hpp"
+#include "kora/mol2/mol2_crysin.hpp"
+
+namespace kora::detail {
+
+namespace {
+
+constexpr std::string_view sybyl_atom_types[] = {
+    "C.3",   "C.2", "C.1", "C.ar",  "C.cat", "N.3",   "N.2",   "N.1", "N.ar", "N.am", "N.pl3",
+    "N.4",   "O.3", "O.2", "O.co2", "O.spc", "O.t3p", "S.3",   "S.2", "S.O",  "S.O2", "P.3",
+    "F",     "Cl",  "Br",  "I",     "H",     "H.spc", "H.t3p", "LP",  "Du",   "Du.C", "Any",
+    "Hal",   "Het", "Hev", "Li",    "Na",    "Mg",    "Al",    "Si",  "K",    "Ca",   "Cr.th",
+    "Cr.oh", "Mn",  "Fe",  "Co.oh", "Cu",    "Zn",    "Se",    "Mo",  "Sn"};
+
+// The element the Mol2 reader gives an atom of this type: that of the part before the first
+// ".", none for "LP", "Du" and anything that is no element symbol.
+Element element_of_type(std::string_view type) {
+  return Element(type.substr(0, type.find('.')));
+}
+
+// The type written for an atom: the source's SYBYL type, else the typer's, else the element
+// symbol (deuterium's "D"), whichever first reads back as the atom's element.
+std::string const& atom_type(Atom const& atom, std::string const& typed) {
+  static std::string const dummy = "Du";
+  Element const element = atom.element();
+  AtomDetails const* d = atom.details();
+  if (d && is_sybyl_atom_type(d->atom_type) && element_of_type(d->atom_type) == element)
+    return d->atom_type;
+  if (element_of_type(typed) == element) return typed;
+  return element.is_set() ? element.symbol() : dummy;
+}
+
+// Mol2 fields are words: blanks inside a name would shift every later field.
+std::string word_of(std::string const& text, std::string_view fallback) {
+  std::string word = text;
+  for (char& c : word) {
+    if (is_c_space(c)) c = '_';
+  }
+  if (word.empty()) word = fallback;
+  return word;
+}
+
+// What makes atoms one substructure: the source's Mol2 substructure, else its residue, else
+// the molecule it lies in.
+struct SubstructureKey {
+  int kind = 0;  // 0 Mol2 substructure, 1 residue, 2 molecule, 3 residue label
+  int number = 0;
+  std::string name;
+  std::string chain;
+  char insertion = ' ';
+
+  auto operator<=>(SubstructureKey const&) const = default;
+};
+
+SubstructureKey key_of(Atom const& atom, int molecule) {
+  AtomDetails const* d = atom.details();
+  if (d && !d->substructure_name.empty())
+    return {0, d->substructure_id, d->substructure_name, {}, ' '};
+  if (d && !d->residue_name.empty())
+    return {1, d->residue_number, d->residue_name, d->chain, d->insertion_code};
+  // A protein atom whose reader kept only its residue label ("ALA12").
+  if (ProteinAtom const* p = atom.protein_atom(); p && !p->residue_label().empty())
+    return {3, 0, p->residue_label(), {}, ' '};
+  return {2, molecule, {}, {}, ' '};
+}
+
+struct Substructure {
+  int id = 0;
+  std::string name;
+  int root = 0;              // atom id of its first atom
+  std::string residue_name;  // "" for a group
+  std::string chain;
+  int inter_bonds = 0;
+};
+
+Substructure substructure_of(SubstructureKey const& key, Atom const& atom, int root) {
+  Substructure s;
+  s.root = root;
+  AtomDetails const* d = atom.details();
+  if (d) {
+    s.residue_name = d->residue_name;
+    s.chain = d->chain;
+  }
+  switch (key.kind) {
+    case 0:
+      s.id = key.number;
+      s.name = key.name;
+      break;
+    case 1:
+      s.name = key.name + int_to_string(key.number);
+      if (key.insertion != ' ') s.name += key.insertion;
+      break;
+    case 3:
+      // The label is the residue name followed by its number.
+      s.name = key.name;
+      s.residue_name = key.name.substr(0, key.name.find_first_of("-0123456789"));
+      break;
+    default:
+      s.name = "RES" + int_to_string(key.number + 1);
+      s.residue_name.clear();
+      break;
+  }
+  return s;
+}
+
+bool is_unit_cube(Cell const& cell) {
+  auto const near = [](double a, double b) { return std::fabs(a - b) < 1e-9; };
+  return near(cell.a(), 1.0) && near(cell.b(), 1.0) && near(cell.c(), 1.0) &&
+         near(cell.alpha().degrees(), 90.0) && near(cell.beta().degrees(), 90.0) &&
+         near(cell.gamma().degrees(), 90.0) && cell.spacegroup().order() <= 1;
+}
+
+// A value that prints as zero with four decimals is written as 0.0000, never -0.0000.
+double tidy(double value) {
+  return std::fabs(value) < 5e-5 ? 0.0 : value;
+}
+
+bool no_charges(std::string const& type) {
+  return type.empty() || toupper(type) == "NO_CHARGES";
+}
+
+struct WrittenBond {
+  int origin;
+  int target;
+  std::string_view code;
+};
+
+}  // namespace
+
+bool is_sybyl_atom_type(std::string_view type) {
+  return std::find(std::begin(sybyl_atom_types), std::end(sybyl_atom_types), type) !=
+         std::end(sybyl_atom_types);
+}
+
+std::string_view mol2_bond_code(BondType type, std::string_view typed, bool dummy_end) {
+  switch (type) {
+    case single_bond:
+      return typed == "am" ? "am" : "1";
+    case double_bond:
+      return "2";
+    case triple_bond:
+      return "3";
+    case aromatic_bond:
+      return "ar";
+    case quadruple_bond:
+      return "4";
+    case polymeric_bond:
+      return "po";
+    case delocalised_bond:
+      return "de";
+    case pi_bond:
+      return "pi";
+    default:
+      return dummy_end ? "du" : "un";
+  }
+}
+
+void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::string const& name) {
+  // Atoms and bonds, molecule after molecule, with their types.
+  std::vector<THandle<Atom>> atoms;
+  std::vector<std::string> types;
+  std::vector<int> subst_of;  // substructure (position in `substructures`) of each atom
+  std::vector<WrittenBond> bonds;
+  std::vector<Substructure> substructures;
+  std::map<SubstructureKey, int> known;
+  bool mol2_ids = true;  // every substructure is a Mol2 one with an id of its own
+  SubstructureKey last_key;
+  int last_subst = -1;
+  for (int k = 0; k < maker.nmolecules(); ++k) {
+    MoleculeSubset subset(maker.molecule(k));
+    subset.select_3d();
+    if (subset.natoms() == 0) continue;
+    SybylTypes const typed = sybyl_types(subset);
+    int const offset = static_cast<int>(atoms.size());
+    for (int i = 0; i < subset.natoms(); ++i) {
+      THandle<Atom> const atom = subset.atom(i);
+      types.push_back(atom_type(*atom, typed.atoms[static_cast<std::size_t>(i)]));
+      SubstructureKey key = key_of(*atom, k);
+      if (last_subst < 0 || !(key == last_key)) {
+        auto const [it, added] = known.emplace(key, static_cast<int>(substructures.size()));
+        if (added) {
+          substructures.push_back(substructure_of(key, *atom, static_cast<int>(atoms.size()) + 1));
+          mol2_ids = mol2_ids && key.kind == 0 && key.number > 0;
+        }
+        last_subst = it->second;
+        last_key = std::move(key);
+      }
+      subst_of.push_back(last_subst);
+      atoms.push_back(atom);
+    }
+    for (int j = 0; j < subset.nbonds(); ++j) {
+      auto const [a, b] = subset.bond_atoms(j);
+      bool const dummy = !subset.atom(a)->element().is_set() || !subset.atom(b)->element().is_set();
+      bonds.push_back({offset + a + 1, offset + b + 1,
+                       mol2_bond_code(subset.bond(j)->type(),
+                                      typed.bonds[static_cast<std::size_t>(j)], dummy)});
+    }
+  }
+  if (mol2_ids) {
+    std::set<int> ids;
+    for (Substructure const& s : substructures)
+      mol2_ids = mol2_ids && ids.insert(s.id).second;
+  }
+  if (!mol2_ids) {
+    for (std::size_t s = 0; s < substructures.size(); ++s)
+      substructures[s].id = static_cast<int>(s) + 1;
+  }
+  for (WrittenBond const& bond : bonds) {
+    int const s1 = subst_of[static_cast<std::size_t>(bond.origin - 1)];
+    int const s2 = subst_of[static_cast<std::size_t>(bond.target - 1)];
+    if (s1 == s2) continue;
+    ++substructures[static_cast<std::size_t>(s1)].inter_bonds;
+    ++substructures[static_cast<std::size_t>(s2)].inter_bonds;
+  }
+
+  StructureDetails const& details = maker.details();
+  bool partial = false;
+  bool residues = false;
+  for (THandle<Atom> const& atom : atoms) {
+    AtomDetails const* d = atom->details();
+    partial = partial || (d && d->has_partial_charge);
+  }
+  for (Substructure const& s : substructures)
+    residues = residues || !s.residue_name.empty();
+
+  std::string out;
+  out.reserve(256 + atoms.size() * 90 + bonds.size() * 26);
+  out += "@<TRIPOS>MOLECULE\n";
+  out += name;
+  out += '\n';
+  append_int(out, static_cast<long long>(atoms.size()), 6);
+  append_int(out, static_cast<long long>(bonds.size()), 6);
+  append_int(out, static_cast<long long>(substructures.size()), 6);
+  out += "     0     0\n";
+  if (!details.mol2_molecule_type.empty())
+    out += word_of(details.mol2_molecule_type, "SMALL");
+  else
+    out += residues ? "BIOPOLYMER" : "SMALL";
+  out += '\n';
+  if (!partial)
+    out += "NO_CHARGES";
+  else
+    out += no_charges(details.mol2_charge_type) ? std::string("USER_CHARGES")
+                                                : word_of(details.mol2_charge_type, "");
+  out += "\n\n@<TRIPOS>ATOM\n";
+  for (std::size_t i = 0; i < atoms.size(); ++i) {
+    Atom const& atom = *atoms[i];
+    AtomDetails const* d = atom.details();
+    Substructure const& s = substructures[static_cast<std::size_t>(subst_of[i])];
+    Point const p = atom.site()->orthogonal();
+    append_int(out, static_cast<long long>(i) + 1, 7);
+    out += ' ';
+    if (atom.label().empty()) {
+      // An atom without a name is named by its element and id, as many readers name them.
+      std::string const name = (atom.element().is_set() ? atom.element().symbol() : "Du") +
+                               int_to_string(static_cast<int>(i) + 1);
+      append_left(out, name, 8);
+    } else {
+      append_left(out, word_of(atom.label(), "Du"), 8);
+    }
+    for (int c = 0; c < 3; ++c) {
+      out += ' ';
+      append_fixed(out, tidy(p[c]), 4, 10);
+    }
+    out += ' ';
+    append_left(out, types[i], 8);
+    out += ' ';
+    append_int(out, s.id, 5);
+    out += ' ';
+    append_left(out, word_of(s.name, "****"), 8);
+    out += ' ';
+    append_fixed(out, tidy(d && d->has_partial_charge ? d->partial_charge : 0.0), 4, 10);
+    out += '\n';
+  }
+  bool charged = false;
+  for (THandle<Atom> const& atom : atoms)
+    charged = charged || atom->formal_charge() != 0;
+  if (charged) {
+    out += "@<TRIPOS>UNITY_ATOM_ATTR\n";
+    for (std::size_t i = 0; i < atoms.size(); ++i) {
+      int const charge = atoms[i]->formal_charge();
+      if (charge == 0) continue;
+      out += int_to_string(static_cast<int>(i) + 1);
+      out += " 1\ncharge ";
+      out += int_to_string(charge);
+      out += '\n';
+    }
+  }
+  if (!bonds.empty()) {
+    out += "@<TRIPOS>BOND\n";
+    for (std::size_t b = 0; b < bonds.size(); ++b) {
+      append_int(out, static_cast<long long>(b) + 1, 6);
+      append_int(out, bonds[b].origin, 6);
+      append_int(out, bonds[b].target, 6);
+      out += ' ';
+      append_right(out, bonds[b].code, 4);
+      out += '\n';
+    }
+  }
+  if (!substructures.empty()) {
+    out += "@<TRIPOS>SUBSTRUCTURE\n";
+    for (Substructure const& s : substructures) {
+      bool const residue = !s.residue_name.empty();
+      append_int(out, s.id, 6);
+      out += ' ';
+      append_left(out, word_of(s.name, "****"), 8);
+      out += ' ';
+      append_int(out, s.root, 6);
+      out += ' ';
+      append_left(out, residue ? "RESIDUE" : "GROUP", 8);
+      out += ' ';
+      append_int(out, residue ? 1 : 0, 4);
+      out += ' ';
+      append_left(out, word_of(s.chain, "****"), 4);
+      out += ' ';
+      append_left(out, residue ? word_of(s.residue_name, "****") : std::string("****"), 4);
+      out += ' ';
+      append_int(out, s.inter_bonds, 5);
+      out += '\n';
+    }
+  }
+  Cell const& cell = maker.cell();
+  if (details.has_cell && !is_unit_cube(cell)) {
+    Mol2Crysin record(cell);
+    if (record.convert_from_kora_exactly(cell.spacegroup())) {
+      out += "@<TRIPOS>CRYSIN\n";
+      for (double v :
+           {record.a(), record.b(), record.c(), record.alpha(), record.beta(), record.gamma()}) {
+        append_fixed(out, v, 4, 10);
+        out += ' ';
+      }
+      append_int(out, record.spacegroup_number(), 5);
+      append_int(out, record.setting(), 6);
+      out += '\n';
+    }
+  }
+  os.write(out.data(), static_cast<std::streamsize>(out.size()));
+}
+
+}  // namespace kora::detail

@@ -1,0 +1,516 @@
+// Standard Mol2 writing: what the model holds is written so that kora (and other readers)
+// read it back: bond orders, partial and formal charges, deuterium, residues and
+// substructures, crystal data only where there is some, and entries without atoms. The
+// corpus round trip writes every Mol2 and SD entry of the real-world files and reads it back.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "kora/framework/flat_file_database.hpp"
+#include "kora/kernel/string_functions.hpp"
+#include "kora/mdl/mol_file.hpp"
+#include "kora/mdl/sdfile_database_reader.hpp"
+#include "kora/mol2/mol2_database_reader.hpp"
+#include "kora/mol2/mol2_file.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace kora;
+
+THandle<Atom> make_atom(char const* symbol, std::string label, double x, double y, double z) {
+  Point const p(x, y, z);
+  return make_handle<FileOrderedAtom3d>(0, Element(symbol), std::move(label),
+                                        make_handle<Site>(p, p, 1.0));
+}
+
+CrystalMaker maker_of(std::vector<THandle<Molecule>> molecules, Cell const& cell = Cell(),
+                      bool has_cell = false) {
+  auto list = make_handle<MoleculeList>(std::move(molecules));
+  CrystalMaker maker(cell, list, THandle<MoleculeList>(), THandle<MoleculeList>());
+  maker.mutable_details().has_cell = has_cell;
+  return maker;
+}
+
+std::string write_standard(CrystalMaker const& maker, std::string const& name = "m") {
+  Mol2File file;
+  file.set_write_options(WriteOptions::standard_mode());
+  file.add(maker, DatabaseEntryIdentifier(name));
+  std::ostringstream out;
+  file.print(out);
+  return out.str();
+}
+
+Mol2File read_standard(std::string const& text) {
+  Mol2File file;
+  file.set_read_options(ReadOptions::standard_mode());
+  std::istringstream in(text);
+  file.read(in);
+  return file;
+}
+
+// The lines of a section, without its header.
+std::vector<std::string> section(std::string const& text, std::string const& name) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  std::string line;
+  bool inside = false;
+  while (std::getline(in, line)) {
+    if (line.rfind("@<TRIPOS>", 0) == 0) {
+      inside = line == "@<TRIPOS>" + name;
+      continue;
+    }
+    if (inside) lines.push_back(line);
+  }
+  return lines;
+}
+
+std::vector<std::string> words(std::string const& line) {
+  std::vector<std::string> out;
+  std::istringstream in(line);
+  for (std::string w; in >> w;)
+    out.push_back(w);
+  return out;
+}
+
+// ---------------------------------------------------------------------------------------
+// Bond types
+
+struct BondCase {
+  BondType type;
+  char const* second;  // element of the second atom ("" for none)
+  char const* code;
+};
+
+class Mol2StandardBond : public testing::TestWithParam<BondCase> {};
+
+TEST_P(Mol2StandardBond, WrittenAsTheModelHasItAndReadBack) {
+  BondCase const c = GetParam();
+  auto const molecule =
+      make_handle<Molecule3d>(std::vector<THandle<Atom>>{make_atom("C", "C1", 0, 0, 0),
+                                                         make_atom(c.second, "X2", 1.4, 0, 0)},
+                              std::vector<BondData>{BondData(0, 1, c.type)});
+  std::string const text = write_standard(maker_of({molecule}));
+  std::vector<std::string> const bonds = section(text, "BOND");
+  ASSERT_EQ(bonds.size(), 1u) << text;
+  EXPECT_EQ(words(bonds[0]), (std::vector<std::string>{"1", "1", "2", c.code}));
+  Mol2File const back = read_standard(text);
+  ASSERT_EQ(back.molecule()->nbonds(), 1);
+  EXPECT_EQ(back.molecule()->bond(0)->type(), c.type);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Codes, Mol2StandardBond,
+    testing::Values(BondCase{single_bond, "C", "1"}, BondCase{double_bond, "C", "2"},
+                    BondCase{triple_bond, "C", "3"}, BondCase{aromatic_bond, "C", "ar"},
+                    BondCase{quadruple_bond, "Re", "4"}, BondCase{polymeric_bond, "C", "po"},
+                    BondCase{delocalised_bond, "C", "de"}, BondCase{pi_bond, "Fe", "pi"},
+                    BondCase{unknown_bond, "C", "un"}, BondCase{unknown_bond, "", "du"},
+                    // An element the SYBYL types lack keeps its bond order.
+                    BondCase{double_bond, "Ru", "2"}, BondCase{single_bond, "", "1"}));
+
+TEST(Mol2Standard, AmideBondIsAmAndAtomTypesComeFromTheSource) {
+  // Acetamide without hydrogens: C-C(=O)-N.
+  auto const molecule = make_handle<Molecule3d>(
+      std::vector<THandle<Atom>>{make_atom("C", "C1", 0, 0, 0), make_atom("C", "C2", 1.5, 0, 0),
+                                 make_atom("O", "O3", 2.1, 1.0, 0),
+                                 make_atom("N", "N4", 2.2, -1.2, 0)},
+      std::vector<BondData>{BondData(0, 1, single_bond), BondData(1, 2, double_bond),
+                            BondData(1, 3, single_bond)});
+  // A valid SYBYL type of the source wins over the typer; an invalid one (GAFF "c3") or one
+  // of another element does not.
+  molecule->atom(0)->mutable_details()->atom_type = "c3";
+  molecule->atom(1)->mutable_details()->atom_type = "C.cat";
+  molecule->atom(2)->mutable_details()->atom_type = "N.3";
+  std::string const text = write_standard(maker_of({molecule}));
+  std::vector<std::string> const atoms = section(text, "ATOM");
+  ASSERT_EQ(atoms.size(), 4u);
+  std::vector<std::string> types;
+  for (std::string const& line : atoms)
+    types.push_back(words(line).at(5));
+  EXPECT_EQ(types, (std::vector<std::string>{"C.3", "C.cat", "O.2", "N.am"}));
+  std::vector<std::string> const bonds = section(text, "BOND");
+  ASSERT_EQ(bonds.size(), 3u);
+  EXPECT_EQ(words(bonds[2]).at(3), "am");
+  EXPECT_EQ(read_standard(text).molecule()->bond(2)->type(), single_bond);
+}
+
+// ---------------------------------------------------------------------------------------
+// Charges and deuterium
+
+constexpr char const* charged_source =
+    "@<TRIPOS>MOLECULE\n"
+    "acetate\n"
+    "4 3 1\n"
+    "SMALL\n"
+    "bcc\n"
+    "\n"
+    "@<TRIPOS>ATOM\n"
+    "1 C1 0.0 0.0 0.0 C.3 1 ACT1 -0.123456\n"
+    "2 C2 1.5 0.0 0.0 C.2 1 ACT1 0.876543\n"
+    "3 O1 2.1 1.0 0.0 O.co2 1 ACT1 -0.87654\n"
+    "4 O2 2.1 -1.0 0.0 O.co2 1 ACT1 -0.87654\n"
+    "@<TRIPOS>UNITY_ATOM_ATTR\n"
+    "4 1\n"
+    "charge -1\n"
+    "@<TRIPOS>BOND\n"
+    "1 1 2 1\n"
+    "2 2 3 2\n"
+    "3 2 4 1\n";
+
+TEST(Mol2Standard, PartialAndFormalChargesRoundTrip) {
+  Mol2File const source = read_standard(charged_source);
+  ASSERT_EQ(source.unity_charges(), (std::vector<std::pair<int, int>>{{4, -1}}));
+  THandle<CrystalMaker> const maker = source.crystal_maker();
+  EXPECT_EQ(maker->details().mol2_charge_type, "bcc");
+  std::string const text = write_standard(*maker, "acetate");
+  // The source's own charge type, and the charge column holding the partial charges.
+  EXPECT_NE(text.find("\nSMALL\nbcc\n"), std::string::npos) << text;
+  EXPECT_EQ(words(section(text, "ATOM").at(0)).at(8), "-0.1235");
+  EXPECT_EQ(section(text, "UNITY_ATOM_ATTR"), (std::vector<std::string>{"4 1", "charge -1"}));
+
+  Mol2File const back = read_standard(text);
+  THandle<Molecule> const a = source.molecule();
+  THandle<Molecule> const b = back.molecule();
+  ASSERT_EQ(b->natoms(), 4);
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_TRUE(b->atom(i)->details()->has_partial_charge);
+    EXPECT_NEAR(b->atom(i)->details()->partial_charge, a->atom(i)->details()->partial_charge, 1e-4);
+    EXPECT_EQ(b->atom(i)->formal_charge(), i == 3 ? -1 : 0);
+  }
+  // Classic reading keeps formal charges as the classic model has them (none).
+  Mol2File classic;
+  std::istringstream in(text);
+  classic.read(in);
+  EXPECT_EQ(classic.molecule()->atom(3)->formal_charge(), 0);
+  EXPECT_TRUE(classic.molecule()->atom(3)->details()->has_partial_charge);
+}
+
+TEST(Mol2Standard, NoChargesAndUserCharges) {
+  auto const molecule = make_handle<Molecule3d>(
+      std::vector<THandle<Atom>>{make_atom("N", "N1", 0, 0, 0)}, std::vector<BondData>{});
+  std::string const none = write_standard(maker_of({molecule}));
+  EXPECT_NE(none.find("\nSMALL\nNO_CHARGES\n"), std::string::npos) << none;
+  EXPECT_FALSE(read_standard(none).molecule()->atom(0)->details()->has_partial_charge);
+  molecule->atom(0)->mutable_details()->has_partial_charge = true;
+  molecule->atom(0)->mutable_details()->partial_charge = 0.25;
+  std::string const user = write_standard(maker_of({molecule}));
+  EXPECT_NE(user.find("\nSMALL\nUSER_CHARGES\n"), std::string::npos) << user;
+  EXPECT_DOUBLE_EQ(read_standard(user).molecule()->atom(0)->details()->partial_charge, 0.25);
+}
+
+TEST(Mol2Standard, DeuteriumReadsBackAsDeuterium) {
+  // CH2D2.
+  auto const molecule = make_handle<Molecule3d>(
+      std::vector<THandle<Atom>>{
+          make_atom("C", "C1", -0.00001, 0, 0), make_atom("H", "H1", 1.09, 0, 0),
+          make_atom("H", "H2", -0.36, 1.03, 0), make_atom("D", "D1", -0.36, -0.51, 0.89),
+          make_atom("D", "D2", -0.36, -0.51, -0.89)},
+      std::vector<BondData>{BondData(0, 1, single_bond), BondData(0, 2, single_bond),
+                            BondData(0, 3, single_bond), BondData(0, 4, single_bond)});
+  std::string const text = write_standard(maker_of({molecule}));
+  THandle<Molecule> const back = read_standard(text).molecule();
+  std::vector<std::string> symbols;
+  for (int i = 0; i < back->natoms(); ++i)
+    symbols.push_back(back->atom(i)->element().symbol());
+  EXPECT_EQ(symbols, (std::vector<std::string>{"C", "H", "H", "D", "D"})) << text;
+  // Fixed columns; a coordinate that rounds to zero is not written as -0.0000.
+  EXPECT_EQ(section(text, "ATOM").at(0),
+            "      1 C1           0.0000     0.0000     0.0000 C.3          1 RES1         0.0000");
+}
+
+TEST(Mol2Standard, WideValuesAndOddNamesStaySeparateFields) {
+  auto const molecule = make_handle<Molecule3d>(
+      std::vector<THandle<Atom>>{make_atom("C", "C 1", -12345.6789, 99999.9999, -0.5),
+                                 make_atom("O", "", 0, 0, 1.2)},
+      std::vector<BondData>{BondData(0, 1, double_bond)});
+  molecule->atom(0)->mutable_details()->has_partial_charge = true;
+  molecule->atom(0)->mutable_details()->partial_charge = -10.12345;
+  std::string const text = write_standard(maker_of({molecule}), "two words");
+  THandle<Molecule> const back = read_standard(text).molecule();
+  ASSERT_EQ(back->natoms(), 2) << text;
+  EXPECT_EQ(back->atom(0)->label(), "C_1");
+  EXPECT_EQ(back->atom(1)->label(), "O2");  // an empty name would shift every later field
+  Point const p = back->atom(0)->site()->orthogonal();
+  EXPECT_NEAR(p[0], -12345.6789, 1e-9);
+  EXPECT_NEAR(p[1], 99999.9999, 1e-9);
+  EXPECT_NEAR(back->atom(0)->details()->partial_charge, -10.1235, 1e-9);
+  EXPECT_EQ(back->atom(1)->details()->atom_type, "O.2");
+  EXPECT_EQ(read_standard(text).molecule_name(), "two words");
+}
+
+// ---------------------------------------------------------------------------------------
+// Substructures and residues
+
+TEST(Mol2Standard, ResiduesOfAPdbSourceBecomeSubstructures) {
+  struct Residue {
+    char const* name;
+    int number;
+    char insertion;
+    char const* chain;
+  };
+  Residue const residues[] = {
+      {"ALA", 1, ' ', "A"}, {"GLY", 2, ' ', "A"}, {"GLY", 2, 'B', "A"}, {"HOH", 101, ' ', "W"}};
+  std::vector<THandle<Atom>> atoms;
+  for (int r = 0; r < 4; ++r) {
+    for (int k = 0; k < (r == 3 ? 1 : 2); ++k) {
+      THandle<Atom> atom = make_atom(k == 0 ? "N" : "C", k == 0 ? "N" : "CA", r * 3.0, k * 1.4, 0);
+      AtomDetails& d = *atom->mutable_details();
+      d.residue_name = residues[r].name;
+      d.residue_number = residues[r].number;
+      d.insertion_code = residues[r].insertion;
+      d.chain = residues[r].chain;
+      atoms.push_back(atom);
+    }
+  }
+  auto const chain = make_handle<Molecule3d>(
+      std::vector<THandle<Atom>>(atoms.begin(), atoms.begin() + 6),
+      std::vector<BondData>{BondData(0, 1, single_bond), BondData(1, 2, single_bond),
+                            BondData(2, 3, single_bond), BondData(3, 4, single_bond),
+                            BondData(4, 5, single_bond)});
+  auto const water =
+      make_handle<Molecule3d>(std::vector<THandle<Atom>>{atoms[6]}, std::vector<BondData>{});
+  std::string const text = write_standard(maker_of({chain, water}));
+  std::vector<std::string> const rows = section(text, "SUBSTRUCTURE");
+  ASSERT_EQ(rows.size(), 4u) << text;
+  EXPECT_EQ(words(rows[0]),
+            (std::vector<std::string>{"1", "ALA1", "1", "RESIDUE", "1", "A", "ALA", "1"}));
+  EXPECT_EQ(words(rows[1]),
+            (std::vector<std::string>{"2", "GLY2", "3", "RESIDUE", "1", "A", "GLY", "2"}));
+  EXPECT_EQ(words(rows[2]),
+            (std::vector<std::string>{"3", "GLY2B", "5", "RESIDUE", "1", "A", "GLY", "1"}));
+  EXPECT_EQ(words(rows[3]),
+            (std::vector<std::string>{"4", "HOH101", "7", "RESIDUE", "1", "W", "HOH", "0"}));
+  EXPECT_NE(text.find("\nBIOPOLYMER\n"), std::string::npos);
+  // Every atom line names its substructure by id and name.
+  std::vector<std::string> const lines = section(text, "ATOM");
+  ASSERT_EQ(lines.size(), 7u);
+  EXPECT_EQ(words(lines[4]).at(6), "3");
+  EXPECT_EQ(words(lines[4]).at(7), "GLY2B");
+
+  THandle<Molecule> const back = read_standard(text).molecule();
+  ASSERT_EQ(back->natoms(), 7);
+  for (int i = 0; i < 7; ++i) {
+    AtomDetails const& d = *back->atom(i)->details();
+    Residue const& r = residues[i / 2];
+    EXPECT_EQ(d.residue_name, r.name) << i;
+    EXPECT_EQ(d.residue_number, r.number) << i;
+    EXPECT_EQ(d.insertion_code, r.insertion) << i;
+    EXPECT_EQ(d.chain, r.chain) << i;
+  }
+  EXPECT_EQ(back->atom(4)->details()->substructure_id, 3);
+}
+
+TEST(Mol2Standard, ResidueLabelsOfProteinAtomsBecomeSubstructures) {
+  std::vector<THandle<Atom>> atoms;
+  for (auto [label, residue, x] : {std::tuple{"N", "SER5", 0.0}, std::tuple{"CA", "SER5", 1.4},
+                                   std::tuple{"O", "HOH7", 8.0}}) {
+    Point const p(x, 0, 0);
+    atoms.push_back(make_handle<FileOrderedProteinAtom>(0, Element(label[0] == 'C' ? "C" : label),
+                                                        label, residue, make_handle<Site>(p, p)));
+  }
+  auto const molecule =
+      make_handle<Molecule3d>(atoms, std::vector<BondData>{BondData(0, 1, single_bond)});
+  std::string const text = write_standard(maker_of({molecule}));
+  std::vector<std::string> const rows = section(text, "SUBSTRUCTURE");
+  ASSERT_EQ(rows.size(), 2u) << text;
+  EXPECT_EQ(words(rows[0]),
+            (std::vector<std::string>{"1", "SER5", "1", "RESIDUE", "1", "****", "SER", "0"}));
+  EXPECT_EQ(words(rows[1]).at(1), "HOH7");
+  EXPECT_EQ(read_standard(text).molecule()->atom(2)->details()->residue_number, 7);
+}
+
+TEST(Mol2Standard, Mol2SubstructuresKeepTheirIdsAndNames) {
+  std::string const source =
+      "@<TRIPOS>MOLECULE\nx\n4 0 3\nPROTEIN\nNO_CHARGES\n@<TRIPOS>ATOM\n"
+      "1 N 0 0 0 N.am 7 LYS3 0\n2 CA 1.4 0 0 C.3 7 LYS3 0\n3 O 9 0 0 O.3 9 HOH12 0\n"
+      "4 O 12 0 0 O.3 11 WAT5 0\n"
+      "@<TRIPOS>SUBSTRUCTURE\n"
+      "     7 LYS3        1 RESIDUE           4 B     LYS     1 ROOT\n"
+      "     9 HOH12       3 GROUP             0 ****  ****    0\n"
+      "    11 WAT5        4 RESIDUE           0 ****  ROOT    0\n";
+  Mol2File const file = read_standard(source);
+  THandle<Molecule> const m = file.molecule();
+  EXPECT_EQ(m->atom(0)->details()->residue_name, "LYS");
+  EXPECT_EQ(m->atom(0)->details()->residue_number, 3);
+  EXPECT_EQ(m->atom(0)->details()->chain, "B");
+  EXPECT_EQ(m->atom(2)->details()->residue_name, "");  // a group, not a residue
+  EXPECT_EQ(m->atom(2)->details()->substructure_id, 9);
+  // A sub_type that does not begin the name ("ROOT" for WAT5) does not name the residue.
+  EXPECT_EQ(m->atom(3)->details()->residue_name, "WAT");
+  EXPECT_EQ(m->atom(3)->details()->residue_number, 5);
+  EXPECT_EQ(file.crystal_maker()->details().mol2_molecule_type, "PROTEIN");
+
+  std::ostringstream out;
+  Mol2File writer(file);
+  writer.set_write_options(WriteOptions::standard_mode());
+  writer.print(out);  // a file read, not added, writes from its own model
+  std::vector<std::string> const rows = section(out.str(), "SUBSTRUCTURE");
+  ASSERT_EQ(rows.size(), 3u) << out.str();
+  EXPECT_EQ(words(rows[0]),
+            (std::vector<std::string>{"7", "LYS3", "1", "RESIDUE", "1", "B", "LYS", "0"}));
+  EXPECT_EQ(words(rows[1]),
+            (std::vector<std::string>{"9", "HOH12", "3", "GROUP", "0", "****", "****", "0"}));
+  EXPECT_EQ(words(rows[2]),
+            (std::vector<std::string>{"11", "WAT5", "4", "RESIDUE", "1", "****", "WAT", "0"}));
+  EXPECT_NE(out.str().find("\nPROTEIN\nNO_CHARGES\n"), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------------------
+// Crystal data and empty entries
+
+TEST(Mol2Standard, CrystalRecordOnlyWithCrystalData) {
+  auto const molecule = make_handle<Molecule3d>(
+      std::vector<THandle<Atom>>{make_atom("O", "O1", 1, 1, 1)}, std::vector<BondData>{});
+  Cell const p21c(5, 6, 7, Angle::from_degrees(90), Angle::from_degrees(101.5),
+                  Angle::from_degrees(90), Spacegroup("P 1 21/c 1"));
+  struct Case {
+    Cell cell;
+    bool has_cell;
+    char const* crysin;  // "" for no record
+  } const cases[] = {
+      {Cell(), true, ""},  // the placeholder unit cube
+      {p21c, false, ""},   // a cell the source did not have
+      {p21c, true, "5.0000 6.0000 7.0000 90.0000 101.5000 90.0000 14 1"},
+      {Cell(5, 6, 7, Angle::from_degrees(90), Angle::from_degrees(101.5), Angle::from_degrees(90),
+            Spacegroup("P 1 21/n 1")),
+       true, "5.0000 6.0000 7.0000 90.0000 101.5000 90.0000 231 1"},
+  };
+  for (Case const& c : cases) {
+    std::string const text = write_standard(maker_of({molecule}, c.cell, c.has_cell));
+    std::vector<std::string> const crysin = section(text, "CRYSIN");
+    if (*c.crysin == '\0') {
+      EXPECT_EQ(text.find("CRYSIN"), std::string::npos) << text;
+      EXPECT_FALSE(read_standard(text).crystal_maker()->details().has_cell);
+    } else {
+      ASSERT_EQ(crysin.size(), 1u) << text;
+      EXPECT_EQ(words(crysin[0]), words(c.crysin));
+      EXPECT_TRUE(read_standard(text).crystal_maker()->details().has_cell);
+    }
+  }
+}
+
+TEST(Mol2Standard, CrystalRecordNeverStatesAnotherSpaceGroup) {
+  auto const molecule = make_handle<Molecule3d>(
+      std::vector<THandle<Atom>>{make_atom("O", "O1", 1, 1, 1)}, std::vector<BondData>{});
+  int written = 0;
+  for (std::string const& setting : Spacegroup::tabulated_settings()) {
+    Spacegroup const group(setting);
+    Cell const cell(7, 8, 9, Angle::from_degrees(90), Angle::from_degrees(90),
+                    Angle::from_degrees(90), group);
+    std::string const text = write_standard(maker_of({molecule}, cell, true));
+    if (text.find("@<TRIPOS>CRYSIN") == std::string::npos) continue;
+    ++written;
+    EXPECT_TRUE(read_standard(text).cell()->spacegroup() == group) << setting;
+  }
+  EXPECT_GT(written, 300);
+}
+
+TEST(Mol2Standard, EntryWithoutAtomsReadsBack) {
+  std::string const text = write_standard(maker_of({}), "nothing here");
+  EXPECT_NE(text.find("@<TRIPOS>ATOM"), std::string::npos);
+  Mol2File const back = read_standard(text);
+  EXPECT_EQ(back.molecule_name(), "nothing here");
+  EXPECT_EQ(back.crystal_maker()->nmolecules(), 0);
+  EXPECT_EQ(back.database_entry()->identifier().str(), "nothing here");
+}
+
+// ---------------------------------------------------------------------------------------
+// Corpus
+
+// The atoms with a position, molecule after molecule: the order in which they are written.
+struct Flat {
+  std::vector<THandle<Atom>> atoms;
+  std::vector<std::pair<std::pair<int, int>, BondType>> bonds;
+};
+
+Flat flatten(CrystalMaker const& maker) {
+  Flat flat;
+  for (int k = 0; k < maker.nmolecules(); ++k) {
+    MoleculeSubset subset(maker.molecule(k));
+    subset.select_3d();
+    int const offset = static_cast<int>(flat.atoms.size());
+    for (int i = 0; i < subset.natoms(); ++i)
+      flat.atoms.push_back(subset.atom(i));
+    for (int j = 0; j < subset.nbonds(); ++j) {
+      auto const [a, b] = subset.bond_atoms(j);
+      flat.bonds.push_back({{offset + a, offset + b}, subset.bond(j)->type()});
+    }
+  }
+  return flat;
+}
+
+void expect_same(CrystalStructureDatabaseEntry const& entry, std::string const& where) {
+  Mol2File writer;
+  writer.set_write_options(WriteOptions::standard_mode());
+  writer.add(entry);
+  std::ostringstream out;
+  writer.print(out);
+  Mol2File const back = read_standard(out.str());
+  Flat const a = flatten(*entry.crystal_maker());
+  THandle<Molecule> const b = back.molecule();
+  ASSERT_EQ(static_cast<int>(a.atoms.size()), b->natoms()) << where;
+  ASSERT_EQ(static_cast<int>(a.bonds.size()), b->nbonds()) << where;
+  for (int i = 0; i < b->natoms(); ++i) {
+    Atom const& x = *a.atoms[static_cast<std::size_t>(i)];
+    Atom const& y = *b->atom(i);
+    ASSERT_EQ(x.element(), y.element()) << where << " atom " << i;
+    ASSERT_EQ(x.formal_charge(), y.formal_charge()) << where << " atom " << i;
+    for (int c = 0; c < 3; ++c) {
+      ASSERT_NEAR(x.site()->orthogonal()[c], y.site()->orthogonal()[c], 1e-4)
+          << where << " atom " << i;
+    }
+    bool const charged = x.details() && x.details()->has_partial_charge;
+    ASSERT_EQ(charged, y.details()->has_partial_charge) << where << " atom " << i;
+    if (charged) {
+      ASSERT_NEAR(x.details()->partial_charge, y.details()->partial_charge, 1e-4) << where;
+    }
+  }
+  for (int j = 0; j < b->nbonds(); ++j) {
+    auto const& [ends, type] = a.bonds[static_cast<std::size_t>(j)];
+    ASSERT_EQ(ends, b->bond_atoms(j)) << where << " bond " << j;
+    ASSERT_EQ(type, b->bond(j)->type()) << where << " bond " << j;
+  }
+}
+
+template <class Database>
+void round_trip_folder(char const* folder) {
+  char const* env = std::getenv("KORA_CORPUS");
+  fs::path const dir = (env ? fs::path(env) : fs::path(KORA_DEFAULT_CORPUS_DIR)) / folder;
+  if (!fs::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
+  int entries = 0;
+  for (auto const& item : fs::directory_iterator(dir)) {
+    std::string const name = item.path().filename().string();
+    Database db(item.path().string());
+    for (int i = 0; i < db.size(); ++i) {
+      THandle<CrystalStructureDatabaseEntry> entry;
+      try {
+        entry = db.entry(i);
+      } catch (database_error const&) {
+        continue;  // an entry kora cannot read at all has nothing to write
+      }
+      expect_same(*entry, name + " entry " + std::to_string(i));
+      ++entries;
+    }
+  }
+  EXPECT_GT(entries, 0);
+}
+
+TEST(Mol2StandardCorpus, Mol2EntriesRoundTrip) {
+  round_trip_folder<FlatFileDatabase<CrystalStructureDatabaseEntry, Mol2DatabaseReader, Mol2File>>(
+      "mol2");
+}
+
+TEST(Mol2StandardCorpus, SdEntriesRoundTrip) {
+  round_trip_folder<FlatFileDatabase<CrystalStructureDatabaseEntry, SDfileDatabaseReader, MolFile>>(
+      "sdf");
+}
+
+}  // namespace
