@@ -168,6 +168,7 @@ void ResFile::clear() {
   asymmetric_unit_ = make_handle<std::vector<THandle<Atom>>>();
   cell_ = make_handle<Cell>();
   details_ = StructureDetails();
+  molecules_read_ = false;
 }
 
 void ResFile::read(std::istream& is) {
@@ -371,6 +372,10 @@ void ResFile::read(std::istream& is) {
     details.shelx_u = written_u;
     details.residue_name = residue_class;
     details.residue_number = residue_number;
+    details.has_file_position = true;
+    details.file_position[0] = x;
+    details.file_position[1] = y;
+    details.file_position[2] = z;
     atoms->push_back(THandle<Atom>(atom));
     records.push_back({Point(x, y, z), occupancy, displacement});
   }
@@ -423,6 +428,7 @@ void ResFile::read(std::istream& is) {
                           make_handle<AtomicDisplacementParameters>(r.displacement)));
   }
   asymmetric_unit_ = make_handle<std::vector<THandle<Atom>>>(*atoms);
+  molecules_read_ = true;
   details_.source_format = "res";
   details_.has_cell = true;
   details_.free_variables = free_variables;
@@ -473,6 +479,7 @@ THandle<Molecule> ResFile::molecule() const {
 
 void ResFile::add(Molecule const& molecule, DatabaseEntryIdentifier const& identifier) {
   identifier_ = identifier;
+  molecules_read_ = false;
   molecules_->push_back(THandle<Molecule>(make_handle<Molecule3d>(molecule)));
 }
 
@@ -480,6 +487,7 @@ template <class Structure>
 void ResFile::add_structure_(Structure const& structure, Cell const& cell,
                              DatabaseEntryIdentifier const& identifier) {
   identifier_ = identifier;
+  molecules_read_ = false;
   if (!(cell == *cell_)) {
     clear();
     cell_ = make_handle<Cell>(cell);
@@ -555,20 +563,18 @@ std::vector<CrystalSymmetryOperator> res_symmetry_cards(Spacegroup const& group,
   return cards;
 }
 
-std::optional<Cell> res_box_for(Cell const& cell, std::vector<THandle<Molecule>> const& molecules) {
+std::optional<Cell> res_box_for(Cell const& cell, std::vector<THandle<Atom>> const& atoms) {
   if (!(cell == Cell())) return std::nullopt;
   Point low(0, 0, 0), high(0, 0, 0);
   bool any = false;
-  for (THandle<Molecule> const& m : molecules) {
-    for (THandle<Atom> const& atom : m->atoms()) {
-      if (!atom->has_site()) continue;
-      Point const& p = atom->site()->orthogonal();
-      for (std::size_t k = 0; k < 3; ++k) {
-        low[k] = any ? std::min(low[k], p[k]) : p[k];
-        high[k] = any ? std::max(high[k], p[k]) : p[k];
-      }
-      any = true;
+  for (THandle<Atom> const& atom : atoms) {
+    if (!atom->has_site()) continue;
+    Point const& p = atom->site()->orthogonal();
+    for (std::size_t k = 0; k < 3; ++k) {
+      low[k] = any ? std::min(low[k], p[k]) : p[k];
+      high[k] = any ? std::max(high[k], p[k]) : p[k];
     }
+    any = true;
   }
   Angle const right = Angle::from_degrees(90);
   return Cell(high[0] - low[0] + 10.0, high[1] - low[1] + 10.0, high[2] - low[2] + 10.0, right,
@@ -643,12 +649,21 @@ std::string atom_name(Atom const& atom, std::size_t index) {
 }  // namespace
 
 void ResFile::print(std::ostream& os) const {
+  std::vector<THandle<Atom>> atoms;
+  if (write_options().standard() && molecules_read_) {
+    // The atoms as read, when nothing was added since: symmetry copies that completing the
+    // molecules merged with other atoms are written too.
+    atoms = *asymmetric_unit_;
+  } else {
+    for (THandle<Molecule> const& molecule : *molecules_)
+      for (THandle<Atom> const& atom : molecule->atoms())
+        atoms.push_back(atom);
+  }
   if (write_options().standard()) {
-    detail::print_res_standard(os, identifier_.str(), *cell_, *molecules_, details_,
-                               uncertainty_scale_);
+    detail::print_res_standard(os, identifier_.str(), *cell_, atoms, details_, uncertainty_scale_);
     return;
   }
-  std::optional<Cell> const box = detail::res_box_for(*cell_, *molecules_);
+  std::optional<Cell> const box = detail::res_box_for(*cell_, atoms);
   Cell const& cell = box ? *box : *cell_;
   Spacegroup const& group = cell.spacegroup();
   std::string out = "TITL " + identifier_.str() + "\nCELL 0.71073";

@@ -149,10 +149,10 @@ void append_code(std::string& out, double value, int decimals, int width) {
 }  // namespace
 
 void print_res_standard(std::ostream& os, std::string const& title, Cell const& given_cell,
-                        std::vector<THandle<Molecule>> const& molecules,
-                        StructureDetails const& details, double default_u) {
+                        std::vector<THandle<Atom>> const& atoms, StructureDetails const& details,
+                        double default_u) {
   constexpr double tolerance = res_special_position_tolerance;
-  std::optional<Cell> const box = res_box_for(given_cell, molecules);
+  std::optional<Cell> const box = res_box_for(given_cell, atoms);
   Cell const& cell = box ? *box : given_cell;
   Spacegroup const& group = cell.spacegroup();
   std::vector<double> const& free_variables = details.free_variables;
@@ -168,11 +168,20 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
   std::unordered_map<std::string, int> tags;
   std::vector<Entry> entries;
   std::string key;
-  for (THandle<Molecule> const& molecule : molecules) {
-    for (THandle<Atom> const& atom : molecule->atoms()) {
+  for (THandle<Atom> const& atom : atoms) {
+    {
       if (!atom->has_site() || !atom->element().is_set()) continue;
       AtomDetails const* d = atom->details();
       Point p = box ? cell.fractional(atom->site()->orthogonal()) : atom->site()->fractional();
+      // An image made from an atom of a file goes back to where the file had the atom; it is
+      // then left out as at the same place as the atom, while other atoms of the file stay
+      // even where they repeat one by symmetry.
+      bool placed = false;
+      if (!box && d && d->has_file_position) {
+        Point const file(d->file_position[0], d->file_position[1], d->file_position[2]);
+        placed = cell.is_symmetry_related(file, p, tolerance);
+        if (placed) p = file;
+      }
       for (double& v : p)
         v = rounded(v, 1e6);
       key = upper(atom->label());
@@ -184,8 +193,12 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
       }
       int const tag = tags.emplace(key, static_cast<int>(tags.size())).first->second;
       if (images.contains(p, tag)) continue;
-      for (CrystalSymmetryOperator const& op : group.operators())
-        images.add(op(p), tag);
+      if (placed) {
+        images.add(p, tag);
+      } else {
+        for (CrystalSymmetryOperator const& op : group.operators())
+          images.add(op(p), tag);
+      }
       auto const* ordered = dynamic_cast<FileOrderedAtom3d const*>(atom.get());
       Residue residue;
       if (from_res(d)) residue = {d->residue_name, d->residue_number};

@@ -32,15 +32,15 @@ std::vector<CrystalSymmetryOperator> res_symmetry_cards(Spacegroup const& group,
 // A structure without crystal data has the unit cube in P1 as its cell. It is written in a
 // P1 box that holds its atoms with 10 angstroms to spare, so that no lattice translation
 // brings atoms within bonding distance of each other when the file is read again.
-std::optional<Cell> res_box_for(Cell const& cell, std::vector<THandle<Molecule>> const& molecules);
+std::optional<Cell> res_box_for(Cell const& cell, std::vector<THandle<Atom>> const& atoms);
 
 // The shortest text that reads back as the same double.
 void append_res_number(std::string& out, double value);
 
 // Writes the structure as the standard writer does (see ResFile::print).
 void print_res_standard(std::ostream& os, std::string const& title, Cell const& cell,
-                        std::vector<THandle<Molecule>> const& molecules,
-                        StructureDetails const& details, double default_u);
+                        std::vector<THandle<Atom>> const& atoms, StructureDetails const& details,
+                        double default_u);
 
 // Fractional positions already written, with all their images, hashed on a coarse grid so
 // that each new position is compared with its neighbours only. Positions carry a tag: a

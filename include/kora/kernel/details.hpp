@@ -41,6 +41,12 @@ struct AtomDetails {
   bool has_shelx_codes = false;
   double shelx_occupancy = 0.0;  // the site-occupation factor as written (11.0, 21.0, -31.5)
   double shelx_u = 0.0;          // the isotropic U as written (0.05, or -1.2 for riding)
+
+  // The fractional position the file gave the atom (SHELX), which a symmetry image made
+  // from it (to complete a molecule) keeps, so that a writer can put the atom back where the
+  // file had it.
+  bool has_file_position = false;
+  double file_position[3] = {0.0, 0.0, 0.0};
 };
 
 struct StructureDetails {

@@ -73,6 +73,8 @@ class ResFile : public MoleculeFile {
   THandle<std::vector<THandle<Atom>>> asymmetric_unit_;
   double uncertainty_scale_ = 0.05;
   StructureDetails details_;
+  // Whether the molecules are those of the last read (nothing added since).
+  bool molecules_read_ = false;
 };
 
 // How far (angstroms) a position may lie from its images and still be on a special position,
