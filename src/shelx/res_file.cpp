@@ -188,6 +188,7 @@ void ResFile::read(std::istream& is) {
   // SHELX state in force for the atoms that follow: PART, AFIX and RESI.
   int part = 0;
   int afix = 0;
+  std::optional<double> part_occupancy;
   std::string residue_class;
   int residue_number = 0;
 
@@ -266,6 +267,13 @@ void ResFile::read(std::istream& is) {
       bool ok = false;
       int const n = fields.empty() ? 0 : string_to_int(fields[0], ok);
       (keyword == "PART" ? part : afix) = ok ? n : 0;
+      if (keyword == "PART") {
+        // PART n sof: in standard reading, sof is the occupancy code of the part's atoms.
+        bool sof_ok = false;
+        double const sof = fields.size() > 1 ? string_to_double(fields[1], sof_ok) : 0.0;
+        part_occupancy =
+            standard && sof_ok && part != 0 ? std::optional<double>(sof) : std::nullopt;
+      }
       continue;
     }
     if (keyword == "RESI") {
@@ -317,6 +325,7 @@ void ResFile::read(std::istream& is) {
       occupancy = string_to_double(fields[5], okocc);
       if (!okocc) occupancy = 1.0;
     }
+    if (part_occupancy) occupancy = *part_occupancy;
     double u = 0.05;
     if (fields.size() >= 7 && fields.back().back() == '=') {
       if (fields.back() == "=") {

@@ -84,12 +84,29 @@ struct Residue {
 
 struct Entry {
   THandle<Atom> atom;
+  Element element;
   AtomDetails const* details;  // null for atoms that keep none
   Point position;              // fractional, as written (rounded)
   int file_order;
   Residue residue;
   std::string name;
 };
+
+// The atom's element; for an atom without one (a file's atom type that names none), the
+// element its name begins with: two letters when the second is lower case ("Cl1"), else one
+// ("O5*", "CA" as carbon). Unset when the name begins with no element either.
+Element element_of(Atom const& atom) {
+  if (atom.element().is_set()) return atom.element();
+  std::string const& label = atom.label();
+  if (label.size() >= 2 && std::isupper(static_cast<unsigned char>(label[0])) &&
+      std::islower(static_cast<unsigned char>(label[1]))) {
+    Element const two(label.substr(0, 2));
+    if (two.is_set()) return two;
+  }
+  if (label.empty()) return Element();
+  return Element(
+      std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(label[0])))));
+}
 
 bool from_res(AtomDetails const* d) {
   return d != nullptr && d->has_shelx_codes;
@@ -170,7 +187,8 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
   std::string key;
   for (THandle<Atom> const& atom : atoms) {
     {
-      if (!atom->has_site() || !atom->element().is_set()) continue;
+      Element const element = element_of(*atom);
+      if (!atom->has_site() || !element.is_set()) continue;
       AtomDetails const* d = atom->details();
       Point p = box ? cell.fractional(atom->site()->orthogonal()) : atom->site()->fractional();
       // An image made from an atom of a file goes back to where the file had the atom; it is
@@ -183,10 +201,10 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
         if (placed) p = file;
       }
       for (double& v : p)
-        v = rounded(v, 1e6);
+        v = rounded(v, 1e6) + 0.0;  // no "-0.000000"
       key = upper(atom->label());
       key += '\x1f';
-      key += atom->element().symbol();
+      key += element.symbol();
       if (d) {
         key += '\x1f' + d->residue_name + '\x1f' + std::to_string(d->residue_number) + '\x1f' +
                std::to_string(d->part) + d->alt_loc + d->chain;
@@ -202,7 +220,7 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
       auto const* ordered = dynamic_cast<FileOrderedAtom3d const*>(atom.get());
       Residue residue;
       if (from_res(d)) residue = {d->residue_name, d->residue_number};
-      entries.push_back({atom, d, p, ordered ? ordered->file_order() : 0, residue, {}});
+      entries.push_back({atom, element, d, p, ordered ? ordered->file_order() : 0, residue, {}});
     }
   }
   // Atoms read from a RES file go back in file order, so that riding atoms follow the atoms
@@ -222,7 +240,7 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
   for (Entry const& e : entries)
     next_number = std::max(next_number, e.residue.number);
   for (Entry& e : entries) {
-    std::string const symbol = e.atom->element().symbol();
+    std::string const symbol = e.element.symbol();
     for (;;) {
       e.name = names[e.residue].name(e.atom->label(), symbol);
       if (!e.name.empty()) break;
@@ -278,12 +296,12 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
   for (char const* first : {"C", "H"}) {
     Element const e(first);
     if (std::any_of(entries.begin(), entries.end(),
-                    [&](Entry const& w) { return w.atom->element() == e; })) {
+                    [&](Entry const& w) { return w.element == e; })) {
       elements.push_back(e);
     }
   }
   for (Entry const& w : entries) {
-    Element const e = w.atom->element();
+    Element const e = w.element;
     if (std::find(elements.begin(), elements.end(), e) == elements.end()) elements.push_back(e);
   }
   if (elements.empty()) elements.push_back(Element("C"));
@@ -293,7 +311,7 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
   };
   std::vector<double> units(elements.size(), 0.0);
   for (Entry const& w : entries) {
-    units[sfac_index(w.atom->element())] +=
+    units[sfac_index(w.element)] +=
         w.atom->site()->occupancy().value() * cell.site_multiplicity(w.position, tolerance);
   }
   out += "SFAC";
@@ -338,7 +356,7 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
     Site const& site = *e.atom->site();
     Point const& p = e.position;
     append_left(out, e.name, 5);
-    append_int(out, static_cast<long long>(sfac_index(e.atom->element()) + 1), 2);
+    append_int(out, static_cast<long long>(sfac_index(e.element) + 1), 2);
     for (std::size_t k = 0; k < 3; ++k)
       append_code(out, p[k], 6, 10);
 

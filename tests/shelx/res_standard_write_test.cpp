@@ -151,6 +151,18 @@ TEST(ResStandardWrite, NamesAreShortUniqueAndResiduesKept) {
     EXPECT_EQ(names, c.expected);
   }
 
+  // Atoms whose element is unknown (a file's atom type naming none) take the element their
+  // name begins with; the SFAC entry of each line says which.
+  std::vector<THandle<Atom>> untyped;
+  for (char const* label : {"Cl1", "O5*", "CA", "Xx"})
+    untyped.push_back(atom_at(cell, label, "", Point(0.1 * double(untyped.size()), 0.2, 0.3)));
+  std::string const typed = write_maker(cell, untyped);
+  EXPECT_NE(typed.find("\nSFAC C Cl O\n"), std::string::npos) << typed;
+  std::vector<std::string> sfac_numbers;
+  for (auto const& line : atom_lines(typed))
+    sfac_numbers.push_back(line[0] + " " + line[1]);
+  EXPECT_EQ(sfac_numbers, (std::vector<std::string>{"Cl1 2", "O1 3", "CA 1"}));
+
   std::string const text = std::string(p21c) +
                            "SFAC C\nC1 1 0.1 0.1 0.1\nRESI 1 CCF3\nC1 1 0.2 0.1 0.1\nC1 1 0.3 0.1 "
                            "0.1\nRESI 0\nC2 1 0.4 0.1 0.1\nRESI CF3 2\nCARBON 1 0.5 0.1 0.1\n";
@@ -300,6 +312,32 @@ TEST(ResStandardWrite, FreeVariablesPartsAndRidingAtomsRoundTrip) {
   EXPECT_EQ(by_name["C3"][6], "0.25000");
   EXPECT_EQ(by_name["H1"][6], "0.04800");  // 1.2 x 0.04, no longer 1.2 x U(C1)
   EXPECT_EQ(by_name["H2A"][6], "-1.50000");
+}
+
+// PART n sof gives its atoms the occupancy code sof in standard reading, as SHELXL does; the
+// classic reader keeps the atoms' own. Written back, each atom carries the code.
+TEST(ResStandardWrite, PartOccupancyInStandardReading) {
+  std::string const text = std::string(p21c) +
+                           "SFAC F\nFVAR 1 0.7 0.3\nPART 1 21\nF1A 1 0.1 0.2 0.3 11 0.05\n"
+                           "PART 2 31\nF1B 1 0.12 0.2 0.3 11 0.05\nPART 0 41\n"
+                           "F2 1 0.5 0.2 0.1 11 0.05\n";
+  struct Case {
+    Mode mode;
+    double occupancies[3];
+  };
+  for (Case const& c : {Case{Mode::standard, {0.7, 0.3, 1.0}}, Case{Mode::classic, {1, 1, 1}}}) {
+    ResFile const file = read_text(text, c.mode);
+    for (std::size_t i = 0; i < 3; ++i) {
+      EXPECT_NEAR(file.asymmetric_unit()->at(i)->site()->occupancy().value(), c.occupancies[i],
+                  1e-12)
+          << i;
+    }
+  }
+  std::string const written = round_trip_text(text);
+  EXPECT_NE(written.find("PART 2\nF1B   1   0.120000   0.200000   0.300000    31.00000"),
+            std::string::npos)
+      << written;
+  EXPECT_NEAR(read_text(written).asymmetric_unit()->at(1)->site()->occupancy().value(), 0.3, 1e-12);
 }
 
 // Anisotropic U: six values over two lines, read back the same, by the standard and the
