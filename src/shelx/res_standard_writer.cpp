@@ -210,13 +210,15 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
                std::to_string(d->part) + d->alt_loc + d->chain;
       }
       int const tag = tags.emplace(key, static_cast<int>(tags.size())).first->second;
-      if (images.contains(p, tag)) continue;
-      if (placed) {
-        images.add(p, tag);
-      } else {
-        for (CrystalSymmetryOperator const& op : group.operators())
-          images.add(op(p), tag);
-      }
+      // The positions written are kept, and an atom's images looked up among them (memory in
+      // proportion to the atoms, whatever the order of the group).
+      bool const repeated = placed ? images.contains(p, tag)
+                                   : std::any_of(group.operators().begin(), group.operators().end(),
+                                                 [&](CrystalSymmetryOperator const& op) {
+                                                   return images.contains(op(p), tag);
+                                                 });
+      if (repeated) continue;
+      images.add(p, tag);
       auto const* ordered = dynamic_cast<FileOrderedAtom3d const*>(atom.get());
       Residue residue;
       if (from_res(d)) residue = {d->residue_name, d->residue_number};

@@ -42,10 +42,10 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
                         std::vector<THandle<Atom>> const& atoms, StructureDetails const& details,
                         double default_u);
 
-// Fractional positions already written, with all their images, hashed on a coarse grid so
-// that each new position is compared with its neighbours only. Positions carry a tag: a
-// position matches only images of the same tag, within `tolerance` on each axis (fractional
-// units, at most 1/100).
+// Fractional positions already written (with all their images, for the classic writer),
+// hashed on a coarse grid so that each new position is compared with its neighbours only. Positions
+// carry a tag: a position matches only images of the same tag, within `tolerance` on each axis
+// (fractional units, at most 1/100).
 class WrittenImages {
  public:
   explicit WrittenImages(std::array<double, 3> const& tolerance) : tolerance_(tolerance) {}

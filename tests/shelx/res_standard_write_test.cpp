@@ -370,13 +370,48 @@ TEST(ResStandardWrite, AnisotropicDisplacementRoundTrip) {
 TEST(ResStandardWrite, StandardReadingInvertsTranslations) {
   std::string const text = "CELL 0.71073 10 10 10 90 90 90\nLATT 1\nSYMM 1/4-X,1/4-Y,Z\nSFAC C\n";
   auto const has = [](ResFile const& file, char const* triplet) {
-    auto const& ops = file.cell()->spacegroup().operators();
+    THandle<Cell> const cell = file.cell();
+    auto const& ops = cell->spacegroup().operators();
     CrystalSymmetryOperator const op = CrystalSymmetryTransformation(std::string(triplet));
     return std::any_of(ops.begin(), ops.end(),
                        [&](CrystalSymmetryOperator const& o) { return equals(o, op, 1e-9); });
   };
   EXPECT_TRUE(has(read_text(text, Mode::standard), "X-1/4,Y-1/4,-Z"));
   EXPECT_TRUE(has(read_text(text, Mode::classic), "X+1/4,Y+1/4,-Z"));
+}
+
+// A group whose inversion does not keep the translations (P 21/c with the origin moved an
+// eighth along c): a positive LATT would give other operators to a reader that keeps them
+// than to SHELX, so the inversion's operators are written as SYMM cards under LATT -1.
+TEST(ResStandardWrite, LatticeSignOnlyWhereBothInversionsAgree) {
+  struct Case {
+    std::vector<char const*> operators;
+    char const* latt;
+  };
+  Case const cases[] = {
+      {{"x,y,z", "-x,-y,-z", "-x,y+1/2,-z+1/4", "x,-y+1/2,z+3/4"}, "\nLATT -1\n"},
+      {{"x,y,z", "-x,-y,-z", "-x,y+1/2,-z+1/2", "x,-y+1/2,z+1/2"}, "\nLATT 1\n"},
+  };
+  for (Case const& c : cases) {
+    auto ops = make_handle<std::vector<CrystalSymmetryOperator>>();
+    for (char const* triplet : c.operators)
+      ops->push_back(CrystalSymmetryTransformation(std::string(triplet)));
+    Angle const right = Angle::from_degrees(90);
+    Cell const cell(7, 8, 9, right, right, right, Spacegroup(ops, 0, ""));
+    std::string const written = write_maker(cell, {atom_at(cell, "C1", "C", Point(0.1, 0.2, 0.3))});
+    EXPECT_NE(written.find(c.latt), std::string::npos) << written;
+    for (Mode mode : {Mode::standard, Mode::classic}) {
+      THandle<Cell> const again = read_text(written, mode).cell();
+      auto const& back = again->spacegroup().operators();
+      EXPECT_EQ(back.size(), ops->size()) << written;
+      for (CrystalSymmetryOperator const& op : *ops) {
+        EXPECT_TRUE(std::any_of(back.begin(), back.end(),
+                                [&](auto const& o) { return equals(op, o, 1e-9); }))
+            << op.to_string() << "\n"
+            << written;
+      }
+    }
+  }
 }
 
 std::filesystem::path corpus() {
@@ -427,8 +462,8 @@ TEST(ResStandardWrite, CorpusRoundTrip) {
     ++files;
     for (Mode mode : {Mode::standard, Mode::classic}) {
       ResFile const again = read_text(written, mode);
-      Cell const& a = *original.cell();
-      Cell const& b = *again.cell();
+      Cell const a = *original.cell();
+      Cell const b = *again.cell();
       for (std::size_t k = 0; k < 3; ++k) {
         EXPECT_NEAR(a.lengths()[k].value(), b.lengths()[k].value(), 1e-4) << path;
         EXPECT_NEAR(a.angles()[k].value(), b.angles()[k].value(), 1e-4) << path;
