@@ -186,44 +186,42 @@ void print_res_standard(std::ostream& os, std::string const& title, Cell const& 
   std::vector<Entry> entries;
   std::string key;
   for (THandle<Atom> const& atom : atoms) {
-    {
-      Element const element = element_of(*atom);
-      if (!atom->has_site() || !element.is_set()) continue;
-      AtomDetails const* d = atom->details();
-      Point p = box ? cell.fractional(atom->site()->orthogonal()) : atom->site()->fractional();
-      // An image made from an atom of a file goes back to where the file had the atom; it is
-      // then left out as at the same place as the atom, while other atoms of the file stay
-      // even where they repeat one by symmetry.
-      bool placed = false;
-      if (!box && d && d->has_file_position) {
-        Point const file(d->file_position[0], d->file_position[1], d->file_position[2]);
-        placed = cell.is_symmetry_related(file, p, tolerance);
-        if (placed) p = file;
-      }
-      for (double& v : p)
-        v = rounded(v, 1e6) + 0.0;  // no "-0.000000"
-      key = upper(atom->label());
-      key += '\x1f';
-      key += element.symbol();
-      if (d) {
-        key += '\x1f' + d->residue_name + '\x1f' + std::to_string(d->residue_number) + '\x1f' +
-               std::to_string(d->part) + d->alt_loc + d->chain;
-      }
-      int const tag = tags.emplace(key, static_cast<int>(tags.size())).first->second;
-      // The positions written are kept, and an atom's images looked up among them (memory in
-      // proportion to the atoms, whatever the order of the group).
-      bool const repeated = placed ? images.contains(p, tag)
-                                   : std::any_of(group.operators().begin(), group.operators().end(),
-                                                 [&](CrystalSymmetryOperator const& op) {
-                                                   return images.contains(op(p), tag);
-                                                 });
-      if (repeated) continue;
-      images.add(p, tag);
-      auto const* ordered = dynamic_cast<FileOrderedAtom3d const*>(atom.get());
-      Residue residue;
-      if (from_res(d)) residue = {d->residue_name, d->residue_number};
-      entries.push_back({atom, element, d, p, ordered ? ordered->file_order() : 0, residue, {}});
+    Element const element = element_of(*atom);
+    if (!atom->has_site() || !element.is_set()) continue;
+    AtomDetails const* d = atom->details();
+    Point p = box ? cell.fractional(atom->site()->orthogonal()) : atom->site()->fractional();
+    // An image made from an atom of a file goes back to where the file had the atom; it is
+    // then left out as at the same place as the atom, while other atoms of the file stay
+    // even where they repeat one by symmetry.
+    bool placed = false;
+    if (!box && d && d->has_file_position) {
+      Point const file(d->file_position[0], d->file_position[1], d->file_position[2]);
+      placed = cell.is_symmetry_related(file, p, tolerance);
+      if (placed) p = file;
     }
+    for (double& v : p)
+      v = rounded(v, 1e6) + 0.0;  // no "-0.000000"
+    key = upper(atom->label());
+    key += '\x1f';
+    key += element.symbol();
+    if (d) {
+      key += '\x1f' + d->residue_name + '\x1f' + std::to_string(d->residue_number) + '\x1f' +
+             std::to_string(d->part) + d->alt_loc + d->chain;
+    }
+    int const tag = tags.emplace(key, static_cast<int>(tags.size())).first->second;
+    // The positions written are kept, and an atom's images looked up among them (memory in
+    // proportion to the atoms, whatever the order of the group).
+    bool const repeated = placed ? images.contains(p, tag)
+                                 : std::any_of(group.operators().begin(), group.operators().end(),
+                                               [&](CrystalSymmetryOperator const& op) {
+                                                 return images.contains(op(p), tag);
+                                               });
+    if (repeated) continue;
+    images.add(p, tag);
+    auto const* ordered = dynamic_cast<FileOrderedAtom3d const*>(atom.get());
+    Residue residue;
+    if (from_res(d)) residue = {d->residue_name, d->residue_number};
+    entries.push_back({atom, element, d, p, ordered ? ordered->file_order() : 0, residue, {}});
   }
   // Atoms read from a RES file go back in file order, so that riding atoms follow the atoms
   // they ride on.
