@@ -16,6 +16,7 @@
 #include "kora/kernel/bond_detector.hpp"
 #include "kora/kernel/string_functions.hpp"
 #include "kora/kernel/symmetry.hpp"
+#include "shelx/res_writing.hpp"
 
 namespace kora {
 
@@ -166,10 +167,13 @@ void ResFile::clear() {
   molecules_ = make_handle<std::vector<THandle<Molecule>>>();
   asymmetric_unit_ = make_handle<std::vector<THandle<Atom>>>();
   cell_ = make_handle<Cell>();
+  details_ = StructureDetails();
+  molecules_read_ = false;
 }
 
 void ResFile::read(std::istream& is) {
   clear();
+  bool const standard = read_options().standard();
   UncertainValue parameters[6];
   int lattice = 1;
   bool cell_seen = false;
@@ -181,6 +185,12 @@ void ResFile::read(std::istream& is) {
   std::vector<AtomRecord> records;
   bool previous_u_known = false;
   double previous_u = 0.0;
+  // SHELX state in force for the atoms that follow: PART, AFIX and RESI.
+  int part = 0;
+  int afix = 0;
+  std::optional<double> part_occupancy;
+  std::string residue_class;
+  int residue_number = 0;
 
   std::string line;
   std::string continuation;
@@ -252,6 +262,36 @@ void ResFile::read(std::istream& is) {
         free_variables.push_back(string_to_double(f, nullptr));
       continue;
     }
+    if (keyword == "PART" || keyword == "AFIX") {
+      split(text, fields, " \t");
+      bool ok = false;
+      int const n = fields.empty() ? 0 : string_to_int(fields[0], ok);
+      (keyword == "PART" ? part : afix) = ok ? n : 0;
+      if (keyword == "PART") {
+        // PART n sof: in standard reading, sof is the occupancy code of the part's atoms.
+        bool sof_ok = false;
+        double const sof = fields.size() > 1 ? string_to_double(fields[1], sof_ok) : 0.0;
+        part_occupancy =
+            standard && sof_ok && part != 0 ? std::optional<double>(sof) : std::nullopt;
+      }
+      continue;
+    }
+    if (keyword == "RESI") {
+      // RESI class number, in either order; RESI alone or RESI 0 returns to no residue.
+      split(text, fields, " \t");
+      residue_class.clear();
+      residue_number = 0;
+      for (std::size_t i = 0; i < fields.size() && i < 2; ++i) {
+        bool ok = false;
+        int const n = string_to_int(fields[i], ok);
+        if (ok) {
+          residue_number = n;
+        } else if (residue_class.empty()) {
+          residue_class = fields[i];
+        }
+      }
+      continue;
+    }
     if (std::find(std::begin(ignored_instructions), std::end(ignored_instructions), keyword) !=
         std::end(ignored_instructions)) {
       continue;
@@ -285,6 +325,7 @@ void ResFile::read(std::istream& is) {
       occupancy = string_to_double(fields[5], okocc);
       if (!okocc) occupancy = 1.0;
     }
+    if (part_occupancy) occupancy = *part_occupancy;
     double u = 0.05;
     if (fields.size() >= 7 && fields.back().back() == '=') {
       if (fields.back() == "=") {
@@ -307,6 +348,8 @@ void ResFile::read(std::istream& is) {
     } else if (fields.size() >= 7) {
       u = string_to_double(fields[6], nullptr);
     }
+    double const written_occupancy = occupancy;
+    double const written_u = anisotropic ? 0.0 : u;
     if (!anisotropic && u < 0.0) {
       u = previous_u_known ? std::fabs(u) * previous_u : 0.05;
       riding = true;
@@ -328,8 +371,21 @@ void ResFile::read(std::istream& is) {
       previous_u = anisotropic ? displacement.u_equivalent(*cell_) : u;
       previous_u_known = true;
     }
-    atoms->push_back(THandle<Atom>(make_handle<FileOrderedAtom3d>(
-        static_cast<int>(atoms->size()), element, fields[0], THandle<Site>())));
+    auto atom = make_handle<FileOrderedAtom3d>(static_cast<int>(atoms->size()), element, fields[0],
+                                               THandle<Site>());
+    AtomDetails& details = *atom->mutable_details();
+    details.part = part;
+    details.afix = afix;
+    details.has_shelx_codes = true;
+    details.shelx_occupancy = written_occupancy;
+    details.shelx_u = written_u;
+    details.residue_name = residue_class;
+    details.residue_number = residue_number;
+    details.has_file_position = true;
+    details.file_position[0] = x;
+    details.file_position[1] = y;
+    details.file_position[2] = z;
+    atoms->push_back(THandle<Atom>(atom));
     records.push_back({Point(x, y, z), occupancy, displacement});
   }
 
@@ -350,7 +406,10 @@ void ResFile::read(std::istream& is) {
       std::size_t const now = operators->size();
       for (std::size_t i = 0; i < now; ++i) {
         CrystalSymmetryOperator const op = (*operators)[i];
-        operators->push_back(CrystalSymmetryTransformation(-op.rotation(), op.translation()));
+        // The classic reading keeps the translation; SHELX puts the centre of symmetry at the
+        // origin, so that x,y,z -> -(R x + t), which standard reading follows.
+        Vector<double, 3> const t = standard ? -op.translation() : op.translation();
+        operators->push_back(CrystalSymmetryTransformation(-op.rotation(), t));
       }
     }
   }
@@ -369,13 +428,19 @@ void ResFile::read(std::istream& is) {
 
   for (std::size_t i = 0; i < atoms->size(); ++i) {
     AtomRecord const& r = records[i];
-    double const occupancy = std::min(1.0, r.occupancy * cell_->site_order(r.position, 1e-7));
+    double const occupancy = std::min(
+        1.0, r.occupancy *
+                 cell_->site_order(r.position, standard ? res_special_position_tolerance : 1e-7));
     (*atoms)[i]->set_site(
         make_handle<Site>(r.position, cell_->orthogonal(r.position), UncertainValue(occupancy),
                           make_handle<Array<Uncertainty, 3>>(),
                           make_handle<AtomicDisplacementParameters>(r.displacement)));
   }
   asymmetric_unit_ = make_handle<std::vector<THandle<Atom>>>(*atoms);
+  molecules_read_ = true;
+  details_.source_format = "res";
+  details_.has_cell = true;
+  details_.free_variables = free_variables;
   molecules_ = BondDetector(BondDetector::crystal, BondDetector::prune_hydrogens,
                             BondDistanceLimit(0.55, false))
                    .molecules(*atoms, *cell_);
@@ -396,8 +461,10 @@ THandle<Crystal> ResFile::crystal() const {
 }
 
 THandle<CrystalMaker> ResFile::crystal_maker() const {
-  return make_handle<CrystalMaker>(*cell_, molecules_, THandle<MoleculeList>(),
-                                   THandle<MoleculeList>());
+  auto maker = make_handle<CrystalMaker>(*cell_, molecules_, THandle<MoleculeList>(),
+                                         THandle<MoleculeList>());
+  maker->mutable_details() = details_;
+  return maker;
 }
 
 THandle<CrystalStructureDatabaseEntry> ResFile::database_entry() const {
@@ -421,6 +488,7 @@ THandle<Molecule> ResFile::molecule() const {
 
 void ResFile::add(Molecule const& molecule, DatabaseEntryIdentifier const& identifier) {
   identifier_ = identifier;
+  molecules_read_ = false;
   molecules_->push_back(THandle<Molecule>(make_handle<Molecule3d>(molecule)));
 }
 
@@ -428,6 +496,7 @@ template <class Structure>
 void ResFile::add_structure_(Structure const& structure, Cell const& cell,
                              DatabaseEntryIdentifier const& identifier) {
   identifier_ = identifier;
+  molecules_read_ = false;
   if (!(cell == *cell_)) {
     clear();
     cell_ = make_handle<Cell>(cell);
@@ -438,6 +507,7 @@ void ResFile::add_structure_(Structure const& structure, Cell const& cell,
 
 void ResFile::add(CrystalMaker const& maker, DatabaseEntryIdentifier const& identifier) {
   add_structure_(maker, maker.cell(), identifier);
+  details_ = maker.details();
 }
 
 void ResFile::add(Crystal const& crystal, DatabaseEntryIdentifier const& identifier) {
@@ -451,10 +521,9 @@ void ResFile::add(CrystalStructureDatabaseEntry const& entry) {
 
 // Writing
 
-namespace {
+namespace detail {
 
-// SHELX lattice numbers of the centrings: 1 P, 2 I, 3 R, 4 F, 5 A, 6 B, 7 C.
-int lattice_of(Spacegroup::Centring centring) {
+int res_lattice_of(Spacegroup::Centring centring) {
   switch (centring) {
     case Spacegroup::body_centred:
       return 2;
@@ -473,11 +542,99 @@ int lattice_of(Spacegroup::Centring centring) {
   }
 }
 
-void append_number(std::string& out, double value) {
+void append_res_number(std::string& out, double value) {
   char buffer[32];
   auto const result = std::to_chars(buffer, buffer + sizeof buffer, value);
   out.append(buffer, result.ptr);
 }
+
+std::vector<CrystalSymmetryOperator> res_symmetry_cards(Spacegroup const& group,
+                                                        Spacegroup::Centring centring,
+                                                        bool centric) {
+  std::vector<Vector<double, 3>> const shifts =
+      Spacegroup::standard_centring_vectors(centring, Spacegroup::include_origin);
+  std::vector<CrystalSymmetryOperator> covered;
+  auto const cover = [&](CrystalSymmetryOperator const& op) {
+    for (Vector<double, 3> const& v : shifts) {
+      covered.emplace_back(op.rotation(), op.translation() + v);
+      if (centric) covered.emplace_back(-op.rotation(), op.translation() + v);
+    }
+  };
+  cover(CrystalSymmetryOperator());
+  std::vector<CrystalSymmetryOperator> cards;
+  for (CrystalSymmetryOperator const& op : group.operators()) {
+    bool const generated = std::any_of(covered.begin(), covered.end(),
+                                       [&](auto const& c) { return equals(op, c, 1e-6); });
+    if (generated) continue;
+    cards.push_back(op);
+    cover(op);
+  }
+  return cards;
+}
+
+std::optional<Cell> res_box_for(Cell const& cell, std::vector<THandle<Atom>> const& atoms) {
+  if (!(cell == Cell())) return std::nullopt;
+  Point low(0, 0, 0), high(0, 0, 0);
+  bool any = false;
+  for (THandle<Atom> const& atom : atoms) {
+    if (!atom->has_site()) continue;
+    Point const& p = atom->site()->orthogonal();
+    for (std::size_t k = 0; k < 3; ++k) {
+      low[k] = any ? std::min(low[k], p[k]) : p[k];
+      high[k] = any ? std::max(high[k], p[k]) : p[k];
+    }
+    any = true;
+  }
+  Angle const right = Angle::from_degrees(90);
+  return Cell(high[0] - low[0] + 10.0, high[1] - low[1] + 10.0, high[2] - low[2] + 10.0, right,
+              right, right, Spacegroup());
+}
+
+Point WrittenImages::wrapped(Point p) {
+  for (double& v : p) {
+    v -= std::floor(v);
+    if (v >= 1.0) v = 0.0;
+  }
+  return p;
+}
+
+WrittenImages::Key WrittenImages::key(Point const& w) {
+  Key k{};
+  for (std::size_t i = 0; i < 3; ++i)
+    k[i] = std::min(grid - 1, static_cast<int>(w[i] * grid));
+  return k;
+}
+
+void WrittenImages::add(Point const& p, int tag) {
+  Point const w = wrapped(p);
+  cells_.emplace(key(w), Image{w, tag});
+}
+
+bool WrittenImages::contains(Point const& p, int tag) const {
+  Point const w = wrapped(p);
+  auto const [kx, ky, kz] = key(w);
+  for (int dx = -1; dx <= 1; ++dx)
+    for (int dy = -1; dy <= 1; ++dy)
+      for (int dz = -1; dz <= 1; ++dz) {
+        auto const range = cells_.equal_range(
+            {(kx + dx + grid) % grid, (ky + dy + grid) % grid, (kz + dz + grid) % grid});
+        for (auto it = range.first; it != range.second; ++it) {
+          if (it->second.tag != tag) continue;
+          bool same = true;
+          for (std::size_t i = 0; i < 3 && same; ++i) {
+            double d = it->second.position[i] - w[i];
+            d -= std::nearbyint(d);
+            same = std::fabs(d) <= tolerance_[i];
+          }
+          if (same) return true;
+        }
+      }
+  return false;
+}
+
+}  // namespace detail
+
+namespace {
 
 // The atom name as a reader will take it: one word that starts with a letter and cannot be
 // mistaken for an instruction.
@@ -498,94 +655,31 @@ std::string atom_name(Atom const& atom, std::size_t index) {
   return name;
 }
 
-// Fractional positions already written, with all their images, hashed on a coarse grid so
-// that each new atom is compared with its neighbours only.
-class WrittenImages {
- public:
-  static constexpr double tolerance = 1e-3;  // fractional units
-
-  void add(Point const& p) {
-    Point const w = wrapped(p);
-    cells_.emplace(key(w), w);
-  }
-  bool contains(Point const& p) const {
-    Point const w = wrapped(p);
-    auto const [kx, ky, kz] = key(w);
-    for (int dx = -1; dx <= 1; ++dx)
-      for (int dy = -1; dy <= 1; ++dy)
-        for (int dz = -1; dz <= 1; ++dz) {
-          auto const range = cells_.equal_range(
-              {(kx + dx + grid) % grid, (ky + dy + grid) % grid, (kz + dz + grid) % grid});
-          for (auto it = range.first; it != range.second; ++it) {
-            bool same = true;
-            for (std::size_t i = 0; i < 3 && same; ++i) {
-              double d = it->second[i] - w[i];
-              d -= std::nearbyint(d);
-              same = std::fabs(d) <= tolerance;
-            }
-            if (same) return true;
-          }
-        }
-    return false;
-  }
-
- private:
-  static constexpr int grid = 100;
-  using Key = std::array<int, 3>;
-  static Point wrapped(Point p) {
-    for (double& v : p) {
-      v -= std::floor(v);
-      if (v >= 1.0) v = 0.0;
-    }
-    return p;
-  }
-  static Key key(Point const& w) {
-    Key k{};
-    for (std::size_t i = 0; i < 3; ++i)
-      k[i] = std::min(grid - 1, static_cast<int>(w[i] * grid));
-    return k;
-  }
-  std::multimap<Key, Point> cells_;
-};
-
-}  // namespace
-
-namespace {
-
-// A structure without crystal data has the unit cube in P1 as its cell. It is written in a
-// P1 box that holds its atoms with 10 angstroms to spare, so that no lattice translation
-// brings atoms within bonding distance of each other when the file is read again.
-std::optional<Cell> box_for(Cell const& cell, std::vector<THandle<Molecule>> const& molecules) {
-  if (!(cell == Cell())) return std::nullopt;
-  Point low(0, 0, 0), high(0, 0, 0);
-  bool any = false;
-  for (THandle<Molecule> const& m : molecules) {
-    for (THandle<Atom> const& atom : m->atoms()) {
-      if (!atom->has_site()) continue;
-      Point const& p = atom->site()->orthogonal();
-      for (std::size_t k = 0; k < 3; ++k) {
-        low[k] = any ? std::min(low[k], p[k]) : p[k];
-        high[k] = any ? std::max(high[k], p[k]) : p[k];
-      }
-      any = true;
-    }
-  }
-  Angle const right = Angle::from_degrees(90);
-  return Cell(high[0] - low[0] + 10.0, high[1] - low[1] + 10.0, high[2] - low[2] + 10.0, right,
-              right, right, Spacegroup());
-}
-
 }  // namespace
 
 void ResFile::print(std::ostream& os) const {
-  std::optional<Cell> const box = box_for(*cell_, *molecules_);
+  std::vector<THandle<Atom>> atoms;
+  if (write_options().standard() && molecules_read_) {
+    // The atoms as read, when nothing was added since: symmetry copies that completing the
+    // molecules merged with other atoms are written too.
+    atoms = *asymmetric_unit_;
+  } else {
+    for (THandle<Molecule> const& molecule : *molecules_)
+      for (THandle<Atom> const& atom : molecule->atoms())
+        atoms.push_back(atom);
+  }
+  if (write_options().standard()) {
+    detail::print_res_standard(os, identifier_.str(), *cell_, atoms, details_, uncertainty_scale_);
+    return;
+  }
+  std::optional<Cell> const box = detail::res_box_for(*cell_, atoms);
   Cell const& cell = box ? *box : *cell_;
   Spacegroup const& group = cell.spacegroup();
   std::string out = "TITL " + identifier_.str() + "\nCELL 0.71073";
   for (auto const* values : {&cell.lengths(), &cell.angles()}) {
     for (UncertainValue const& v : *values) {
       out += ' ';
-      append_number(out, v.value());
+      detail::append_res_number(out, v.value());
     }
   }
   out += "\nZERR " + int_to_string(group.order());
@@ -596,27 +690,15 @@ void ResFile::print(std::ostream& os) const {
   Spacegroup::Centring centring = group.centring();
   if (centring == Spacegroup::unknown_centring) centring = Spacegroup::primitive;
   bool const centric = group.inversion_at_origin();
-  out += "\nLATT " + int_to_string(centric ? lattice_of(centring) : -lattice_of(centring)) + "\n";
+  out += "\nLATT " +
+         int_to_string(centric ? detail::res_lattice_of(centring)
+                               : -detail::res_lattice_of(centring)) +
+         "\n";
 
   // SYMM: the operators that the centring and the inversion do not generate from those
   // already listed (and the identity), as a reader expands them.
-  std::vector<Vector<double, 3>> const shifts =
-      Spacegroup::standard_centring_vectors(centring, Spacegroup::include_origin);
-  std::vector<CrystalSymmetryOperator> covered;
-  auto const cover = [&](CrystalSymmetryOperator const& op) {
-    for (Vector<double, 3> const& v : shifts) {
-      covered.emplace_back(op.rotation(), op.translation() + v);
-      if (centric) covered.emplace_back(-op.rotation(), op.translation() + v);
-    }
-  };
-  cover(CrystalSymmetryOperator());
-  for (CrystalSymmetryOperator const& op : group.operators()) {
-    bool const generated = std::any_of(covered.begin(), covered.end(),
-                                       [&](auto const& c) { return equals(op, c, 1e-6); });
-    if (generated) continue;
+  for (CrystalSymmetryOperator const& op : detail::res_symmetry_cards(group, centring, centric))
     out += "SYMM " + op.wrapped().to_string() + "\n";
-    cover(op);
-  }
 
   // The asymmetric unit: atoms with positions, each unless an image of it is written.
   struct Written {
@@ -624,7 +706,7 @@ void ResFile::print(std::ostream& os) const {
     Point position;
   };
   std::vector<Written> written;
-  WrittenImages images;
+  detail::WrittenImages images({1e-3, 1e-3, 1e-3});  // fractional units
   for (THandle<Molecule> const& molecule : *molecules_) {
     for (THandle<Atom> const& atom : molecule->atoms()) {
       if (!atom->has_site()) continue;
@@ -669,7 +751,7 @@ void ResFile::print(std::ostream& os) const {
   out += "\nUNIT";
   for (double u : units) {
     out += ' ';
-    append_number(out, std::round(u * 100.0) / 100.0);
+    detail::append_res_number(out, std::round(u * 100.0) / 100.0);
   }
   out += "\nFVAR 1.00000\n";
 

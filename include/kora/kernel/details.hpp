@@ -45,6 +45,12 @@ struct AtomDetails {
   // MOL/SD: the atom symbol the file gave to an atom the model holds no element for
   // (tritium "T", query and R-group symbols "A", "Q", "L", "R#", "*"); "" otherwise.
   std::string element_symbol;
+
+  // The fractional position the file gave the atom (SHELX), which a symmetry image made
+  // from it (to complete a molecule) keeps, so that a writer can put the atom back where the
+  // file had it.
+  bool has_file_position = false;
+  double file_position[3] = {0.0, 0.0, 0.0};
 };
 
 struct StructureDetails {

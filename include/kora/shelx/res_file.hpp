@@ -8,6 +8,7 @@
 
 #include "kora/framework/molecule_file.hpp"
 #include "kora/kernel/cell.hpp"
+#include "kora/kernel/details.hpp"
 #include "kora/kernel/handle.hpp"
 
 namespace kora {
@@ -24,8 +25,13 @@ class ResFile : public MoleculeFile {
   // complete molecules. The identifier is not changed (TITL is not stored). Errors are
   // std::runtime_error with messages beginning "ResFile::read(): ".
   void read(std::istream& is) override;
-  // Writes TITL, CELL, ZERR, LATT, SYMM, SFAC, UNIT, the atoms of the asymmetric unit (atoms
-  // symmetry-equivalent to one already written are left out), HKLF 4 and END.
+  // Classic writing: TITL, CELL, ZERR, LATT, SYMM, SFAC, UNIT, the atoms of the asymmetric
+  // unit (atoms symmetry-equivalent to one already written are left out), HKLF 4 and END.
+  // Standard writing (write_options().standard()): every atom of the structure once (the
+  // symmetry images that completed its molecules left out, atoms sharing a site kept), with
+  // names of at most four characters unique within their residue, occupancies divided by the
+  // site order as SHELX counts them, and FVAR, PART, AFIX, RESI and the occupancy and U codes
+  // of atoms read from a RES file.
   void print(std::ostream& os) const override;
   // A new empty molecule list and a default cell; the identifier and the default U stay.
   void clear() override;
@@ -46,6 +52,9 @@ class ResFile : public MoleculeFile {
   // The atoms of the atom lines of the last read, in file order, with their sites: the
   // asymmetric unit, before the molecules were completed by symmetry.
   THandle<std::vector<THandle<Atom>>> const& asymmetric_unit() const { return asymmetric_unit_; }
+  // What the last read (source format "res", the cell, FVAR) or the last added crystal maker
+  // said of the structure; reset by clear(). Standard writing gives back its free variables.
+  StructureDetails const& structure_details() const { return details_; }
 
   // The isotropic U (square angstroms) written for atoms that have no displacement
   // parameters: the positional uncertainty the writer assumes. 0.05 by default, the U the
@@ -63,7 +72,15 @@ class ResFile : public MoleculeFile {
   THandle<std::vector<THandle<Molecule>>> molecules_;
   THandle<std::vector<THandle<Atom>>> asymmetric_unit_;
   double uncertainty_scale_ = 0.05;
+  StructureDetails details_;
+  // Whether the molecules are those of the last read (nothing added since).
+  bool molecules_read_ = false;
 };
+
+// How far (angstroms) a position may lie from its images and still be on a special position,
+// in standard reading and writing: coordinates written to five decimals are off by up to 5e-6
+// of a cell edge, which over three combined coordinates of a 200 angstrom edge stays below it.
+inline constexpr double res_special_position_tolerance = 0.01;
 
 // Free-variable resolution of a SHELX parameter: values of 15 and above multiply free
 // variable int(x/10) by the remainder, values below -15 multiply (free variable - 1), 5 to
