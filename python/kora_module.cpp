@@ -482,6 +482,14 @@ PYBIND11_MODULE(kora, m) {
           "formal_charge", [](Atom const& a) { return a.atom->formal_charge(); },
           "In units of the elementary charge.")
       .def_property_readonly(
+          "mass_number",
+          [](Atom const& a) {
+            kora::AtomDetails const* d = a.atom->details();
+            return d ? d->mass_number : 0;
+          },
+          "The isotope's mass number as the file gave it (2 for deuterium); 0 for the natural "
+          "mixture.")
+      .def_property_readonly(
           "coordinates", [](Atom const& a) { return position(a, false); },
           "Cartesian coordinates in angstroms; None when the atom has no position.")
       .def_property_readonly(

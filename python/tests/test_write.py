@@ -130,6 +130,15 @@ class TestSdOutput:
         assert kora.to_string(entry, "sdf", classic=False) == standard
         assert len(kora.open(write_text("again.sdf", CHARGED_SD), classic=True)) == 2
 
+    def test_isotopes_are_kept(self, tmp_path, write_text):
+        text = CHARGED_SD.split("$$$$")[0].replace("M  CHG  1   1   1", "M  ISO  1   1  15")
+        entry = kora.open(write_text("iso.sdf", text + "$$$$\n"))[0]
+        assert entry.molecule.atoms[0].mass_number == 15
+        for classic, kept in ((False, 15), (True, 0)):
+            path = tmp_path / f"iso{classic}.sdf"
+            kora.write(path, entry, classic=classic)
+            assert kora.open(path)[0].molecule.atoms[0].mass_number == kept
+
     def test_v3000_keeps_charges_and_data(self, tmp_path, write_text):
         db = kora.open(write_text("charged.sdf", CHARGED_SD))
         path = tmp_path / "v3000.sdf"

@@ -122,7 +122,10 @@ void MolFile::read_V2000(std::istream& is) {
       if (symbol == "H" && mass_difference == 1) symbol = "D";
       verify_symbol(symbol);
       int const n = static_cast<int>(atoms->size()) + 1;
-      Element const element = detail::element_of_symbol(symbol);
+      // Standard reading takes tritium for the hydrogen isotope it is.
+      Element const element = read_options().standard() && symbol == "T"
+                                  ? Element(1)
+                                  : detail::element_of_symbol(symbol);
       auto const atom = made.make(n, element, symbol + int_to_string(n), THandle<Site>());
       int const charge = detail::formal_charge_of_code(c_int(column(line, 36, 3)));
       atom->set_formal_charge(static_cast<std::int16_t>(charge));

@@ -168,7 +168,9 @@ void MolFile::read_V3000(std::istream& is) {
         double const z = c_double(z_text);
         if (detail::is_float_zero(z)) ++zero_z;
         int const n = static_cast<int>(atoms->size()) + 1;
-        Element const element = detail::element_of_symbol(symbol);
+        Element const element = read_options().standard() && symbol == "T"
+                                    ? Element(1)
+                                    : detail::element_of_symbol(symbol);
         auto const atom = make_handle<FileOrderedAtom3d>(n, element, symbol + int_to_string(number),
                                                          THandle<Site>());
         atom->set_formal_charge(static_cast<std::int16_t>(charge));

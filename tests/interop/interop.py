@@ -26,6 +26,7 @@ import re
 import subprocess
 import sys
 import tempfile
+import time
 from fractions import Fraction
 
 import kora
@@ -128,7 +129,8 @@ def read_kora(path, fmt):
             for a in mol.atoms:
                 if a.coordinates is None:
                     continue
-                out.atoms.append((element_of(a.element), a.formal_charge, tuple(a.coordinates)))
+                out.atoms.append((element_of(a.element, a.mass_number), a.formal_charge,
+                                  tuple(a.coordinates)))
             for b in mol.bonds:
                 i, j = b.atoms
                 out.bonds.append((base + min(i, j), base + max(i, j), bond_order(int(b.type))))
@@ -311,6 +313,11 @@ class Matcher:
         return tuple(int(math.floor(v / self.step)) for v in p)
 
     def find(self, xyz, periodic):
+        found = self.candidates(xyz, periodic)
+        return found[0] if found else None
+
+    def candidates(self, xyz, periodic):
+        """The reference atoms within the tolerance of a position, nearest first."""
         if periodic:
             f = fractional(self.cell, xyz)
             p = tuple(v % 1.0 for v in f)
@@ -319,7 +326,7 @@ class Matcher:
             p = xyz
             tol = COORD_TOLERANCE
         kx, ky, kz = self.key(p)
-        best = None
+        found = {}
         n = int(1 / self.step)
         for dx in (-1, 0, 1):
             for dy in (-1, 0, 1):
@@ -331,9 +338,9 @@ class Matcher:
                         d = [abs(a - b) for a, b in zip(p, q)]
                         if periodic:
                             d = [min(v, 1 - v) for v in d]
-                        if max(d) <= tol and (best is None or max(d) < best[1]):
-                            best = (idx, max(d))
-        return None if best is None else best[0]
+                        if max(d) <= tol and max(d) < found.get(idx, 2.0):
+                            found[idx] = max(d)
+        return sorted(found, key=lambda idx: (found[idx], idx))
 
 
 def compare(source, target, carries, crystal):
@@ -347,28 +354,39 @@ def compare(source, target, carries, crystal):
             return "space-group operators differ (%d and %d)" % (len(source.ops), len(target.ops))
         # Atoms anywhere in the crystal: each written atom is a symmetry image of a source atom
         # and every source atom has an image among them.
+        # Source atoms that are images of one another (a molecule completed by symmetry) are
+        # one site: each is represented by the first atom of its orbit.
         matcher = Matcher(source.atoms, source.cell, source.ops)
+        orbit = [min(matcher.candidates(xyz, True) or [k]) for k, (_, _, xyz) in enumerate(source.atoms)]
         seen = set()
         for el, _, xyz in target.atoms:
-            k = matcher.find(xyz, True)
-            if k is None:
+            found = [k for k in matcher.candidates(xyz, True) if source.atoms[k][0] == el]
+            if not found:
+                near = matcher.find(xyz, True)
+                if near is not None:
+                    return "element %s != %s" % (el, source.atoms[near][0])
                 return "atom %s at %s is no image of a source atom" % (el, tuple(round(v, 3) for v in xyz))
-            if source.atoms[k][0] != el:
-                return "element %s != %s" % (el, source.atoms[k][0])
-            seen.add(k)
-        if len(seen) != len(source.atoms):
-            return "%d of %d source atoms read back" % (len(seen), len(source.atoms))
+            seen.update(orbit[k] for k in found)
+        sites = set(orbit)
+        if seen != sites:
+            return "%d of %d source sites read back" % (len(seen & sites), len(sites))
         return None
     if len(source.atoms) != len(target.atoms):
         return "%d atoms != %d" % (len(target.atoms), len(source.atoms))
     matcher = Matcher(source.atoms)
     mapping = {}
+    used = set()
     for t, (el, charge, xyz) in enumerate(target.atoms):
-        k = matcher.find(xyz, False)
-        if k is None or k in mapping.values():
+        # Atoms may share a position (2-D records drawn at the origin): the same index is
+        # taken first, then the nearest unused atom of the same element.
+        found = [k for k in matcher.candidates(xyz, False) if k not in used]
+        if not found:
             return "atom %d (%s) at %s has no source atom" % (t + 1, el, tuple(round(v, 4) for v in xyz))
-        if source.atoms[k][0] != el:
-            return "atom %d: element %s != %s" % (t + 1, el, source.atoms[k][0])
+        same = [k for k in found if source.atoms[k][0] == el]
+        if not same:
+            return "atom %d: element %s != %s" % (t + 1, el, source.atoms[found[0]][0])
+        k = t if t in same else same[0]
+        used.add(k)
         if "charges" in carries and source.atoms[k][1] != charge:
             return "atom %d (%s): charge %d != %d" % (t + 1, el, charge, source.atoms[k][1])
         mapping[t] = k
@@ -410,6 +428,9 @@ def run(args):
     failures = []
     work = tempfile.mkdtemp(prefix="kora-interop-")
     for source_fmt, path in corpus_files(args.corpus):
+        started = time.time()
+        if args.verbose:
+            print("interop: %s" % path, file=sys.stderr, flush=True)
         try:
             source_entries = read_kora(path, None)
         except Exception as e:  # a source kora cannot read is not an interchange question
@@ -435,6 +456,9 @@ def run(args):
                         total[key] += len(expected)
                         failures.append(key + (name, "", "conversion failed: " + error))
                         continue
+                    if args.verbose:
+                        print("  %s -> %s, %s (%.1f s)" % (source_fmt, target, reader, time.time() - started),
+                              file=sys.stderr, flush=True)
                     try:
                         got = function(out_path, target)
                         if args.max_entries and len(got) > len(expected):
@@ -514,6 +538,7 @@ def main():
                         help="read at most this many entries of each file (0: all)")
     parser.add_argument("--details", help="write every disagreement to this file")
     parser.add_argument("--require-all", action="store_true")
+    parser.add_argument("--verbose", action="store_true", help="name each file and step as it goes")
     args = parser.parse_args()
     if not os.path.isdir(args.corpus):
         print("interop: no corpus at %s; nothing to check" % args.corpus)

@@ -102,3 +102,24 @@ TEST(MolDetailsRead, StructureDetailsFilledAndCleared) {
 }
 
 }  // namespace
+
+// Tritium has no element in classic reading; standard reading makes it hydrogen of mass 3, in
+// both connection-table versions.
+TEST(MolDetailsRead, TritiumIsHydrogenInStandardReading) {
+  std::string const v2000 =
+      test::header() + test::counts(1, 0) + test::atom_line(0, 0, 0, "T") + "M  END\n";
+  std::string const v3000 =
+      "t\n  test            3D\n\n  0  0  0     0  0            999 V3000\n"
+      "M  V30 BEGIN CTAB\nM  V30 COUNTS 1 0 0 0 0\nM  V30 BEGIN ATOM\nM  V30 1 T 0 0 0 0\n"
+      "M  V30 END ATOM\nM  V30 END CTAB\nM  END\n";
+  for (std::string const& text : {v2000, v3000}) {
+    for (bool const standard : {false, true}) {
+      MolFile file;
+      if (standard) file.set_read_options(ReadOptions::standard_mode());
+      test::read_mol(file, text);
+      auto const atom = file.molecule()->atom(0);
+      EXPECT_EQ(atom->element(), standard ? Element(1) : Element()) << text;
+      EXPECT_EQ(atom->details()->mass_number, 3);
+    }
+  }
+}
