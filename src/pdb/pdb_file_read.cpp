@@ -208,7 +208,10 @@ struct PdbFile::ReadState {
   // Standard reading: how often CONECT records list each atom pair, per direction (the
   // smaller atom index first, then the larger), which gives the bond order.
   std::unordered_map<std::uint64_t, std::array<int, 2>> conect_counts;
-  int model_number = 0;  // from the last MODEL record; 0 before any
+  // The model of the atoms read next: the number of the last MODEL record (one more than
+  // the last model when it gives none), one more than the last model after ENDMDL; 0 in
+  // files without models.
+  int model_number = 0;
   // The atoms of the next bond search (spanning two consecutive residues) and the ATOM
   // atoms of the residue being read, each with its index in `atoms`.
   AtomList pair_atoms;
@@ -355,6 +358,12 @@ struct PdbFile::ReadState {
     }
   }
 
+  void read_model(std::string_view line) {
+    // The model number follows the name; writers differ in how far.
+    int const number = static_cast<int>(detail::leading_integer(detail::column(line, 5, 16)));
+    model_number = number > 0 ? number : std::max(model_number, 1);
+  }
+
   // The index of the atom with the serial number, or -1.
   int atom_of_serial(long serial) const {
     if (serial < 1) return -1;
@@ -477,10 +486,10 @@ void PdbFile::read(std::istream& is) {
         state.read_scale(text, 2);
         break;
       case Record::model:
-        // The model number follows the name; writers differ in how far.
-        state.model_number = static_cast<int>(detail::leading_integer(detail::column(text, 5, 16)));
+        state.read_model(text);
         break;
       case Record::endmdl:
+        state.model_number = std::max(state.model_number, 1) + 1;
         state.finish_model(false);
         state.start_model();
         break;

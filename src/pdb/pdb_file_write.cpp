@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <numbers>
 #include <ostream>
@@ -256,8 +257,11 @@ class StandardWriter {
       out_ += "SCALE";
       out_ += static_cast<char>('1' + r);
       out_ += "    ";
-      for (std::size_t c = 0; c < 3; ++c)
-        detail::append_fixed(out_, scale(r, c), 6, 10);
+      for (std::size_t c = 0; c < 3; ++c) {
+        // Elements that round to zero are written without a sign.
+        double const value = std::fabs(scale(r, c)) < 5e-7 ? 0.0 : scale(r, c);
+        detail::append_fixed(out_, value, 6, 10);
+      }
       out_ += "     ";
       detail::append_fixed(out_, 0.0, 5, 10);
       out_ += '\n';

@@ -176,3 +176,33 @@ TEST(PdbRecordDetails, ShortRecordsHaveNoBFactorAndNoCell) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(PdbRecordDetails, ModelNumbers) {
+  struct Case {
+    char const* what;
+    std::string text;
+    std::vector<int> models;
+  };
+  std::string const atom = atom_line("HETATM", "1", " O  ", "HOH", "1", " O");
+  std::vector<Case> const cases{
+      {"no models", atom + atom, {0, 0}},
+      {"numbered models", "MODEL        4\n" + atom + "ENDMDL\nMODEL        7\n" + atom, {4, 7}},
+      {"MODEL without a number", "MODEL\n" + atom + "ENDMDL\nMODEL\n" + atom, {1, 2}},
+      {"atoms after ENDMDL are the next model", "MODEL\n" + atom + "ENDMDL\n" + atom, {1, 2}},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.what);
+    for (bool standard : {false, true}) {
+      std::vector<int> models;
+      PdbFile const file = read_with(c.text, standard);
+      for (THandle<Molecule> const& m : *file.molecules())
+        for (THandle<Atom> const& a : m->atoms())
+          models.push_back(a->details()->model);
+      EXPECT_EQ(models, c.models);
+    }
+  }
+}
+
+}  // namespace
