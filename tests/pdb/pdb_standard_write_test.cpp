@@ -359,6 +359,34 @@ TEST(PdbStandardWrite, Cryst1NamesTheSettingAndReadsBack) {
   }
 }
 
+TEST(PdbStandardWrite, EveryTabulatedSettingReadsBack) {
+  auto const ends_with = [](std::string const& text, char const* end) {
+    return text.size() > 2 && text.compare(text.size() - 2, 2, end) == 0;
+  };
+  int settings = 0;
+  for (std::string const& setting : Spacegroup::tabulated_settings()) {
+    SCOPED_TRACE(setting);
+    Spacegroup const group(setting);
+    // R groups need a cell of their axes; the others take any cell.
+    bool const rhombohedral = ends_with(setting, ":R");
+    bool const hexagonal = ends_with(setting, ":H");
+    double const gamma = rhombohedral ? 75 : hexagonal ? 120 : 90;
+    double const alpha = rhombohedral ? 75 : 90;
+    Cell const cell(rhombohedral ? 8 : 10, rhombohedral ? 8 : 10, rhombohedral ? 8 : 20,
+                    Angle::from_degrees(alpha), Angle::from_degrees(alpha),
+                    Angle::from_degrees(gamma), group);
+    PdbFile file;
+    file.add(CrystalMaker(cell, make_handle<MoleculeList>(), nullptr, nullptr),
+             DatabaseEntryIdentifier("X"));
+    std::string const text = standard_text(file);
+    // Standard and classic reading both take the symbol back.
+    ASSERT_TRUE(read_standard(text).cell()->spacegroup() == group) << lines_of(text, {"CRYST1"})[0];
+    ASSERT_TRUE(read_pdb(text).cell()->spacegroup() == group) << lines_of(text, {"CRYST1"})[0];
+    ++settings;
+  }
+  EXPECT_GT(settings, 530);
+}
+
 TEST(PdbStandardWrite, NoCellWritesThePlaceholder) {
   THandle<Molecule> const m = make_molecule({make_atom("C1", "C", Point(1, 2, 3))});
   StructureDetails no_cell;
