@@ -177,6 +177,90 @@ double b_factor(Atom const& atom, Cell const& cell) {
   return u * eight_pi_squared;
 }
 
+// The map from Cartesian to fractional coordinates, frac = matrix * orth + shift.
+struct Scale {
+  Matrix<double, 3, 3> matrix;
+  std::array<double, 3> shift{};
+};
+
+// Calls visit(orthogonal, fractional) for the site of every atom that has one.
+template <class Visit>
+void for_each_site(Molecule const& molecule, Visit visit) {
+  for (THandle<Atom> const& atom : molecule.atoms()) {
+    if (atom->has_site()) visit(atom->site()->orthogonal(), atom->site()->fractional());
+  }
+}
+
+// The map the atoms' own fractional coordinates were made with, found by least squares
+// over the atoms: a PDB file read with SCALE records other than the cell's standard ones
+// keeps its frame. The cell's standard map when the atoms are too few or too flat to fix
+// one, when no map fits them within 1e-4, or when the one found is the cell's.
+Scale scale_of_sites(Molecule const& molecule, Cell const& cell) {
+  Scale const standard{cell.orthogonal_to_fractional(), {}};
+  std::array<double, 3> mean_o{};
+  std::array<double, 3> mean_f{};
+  int n = 0;
+  for_each_site(molecule, [&](Point const& o, Point const& f) {
+    for (std::size_t k = 0; k < 3; ++k) {
+      mean_o[k] += o[k];
+      mean_f[k] += f[k];
+    }
+    ++n;
+  });
+  if (n < 4) return standard;
+  for (std::size_t k = 0; k < 3; ++k) {
+    mean_o[k] /= n;
+    mean_f[k] /= n;
+  }
+  // Normal equations of the centred coordinates: a * x = b, x holding the map's rows as
+  // columns.
+  Matrix<double, 3, 3> a;
+  Matrix<double, 3, 3> b;
+  for_each_site(molecule, [&](Point const& o, Point const& f) {
+    for (std::size_t i = 0; i < 3; ++i) {
+      for (std::size_t j = 0; j < 3; ++j) {
+        a(i, j) += (o[i] - mean_o[i]) * (o[j] - mean_o[j]);
+        b(i, j) += (o[i] - mean_o[i]) * (f[j] - mean_f[j]);
+      }
+    }
+  });
+  auto const cofactor = [&a](std::size_t i, std::size_t j) {
+    std::size_t const i1 = (i + 1) % 3, i2 = (i + 2) % 3, j1 = (j + 1) % 3, j2 = (j + 2) % 3;
+    return a(i1, j1) * a(i2, j2) - a(i1, j2) * a(i2, j1);
+  };
+  double const det = a(0, 0) * cofactor(0, 0) + a(0, 1) * cofactor(0, 1) + a(0, 2) * cofactor(0, 2);
+  double const size = (a(0, 0) + a(1, 1) + a(2, 2)) / 3;
+  if (!(size > 0) || std::fabs(det) < 1e-9 * size * size * size) return standard;
+  Scale fit;
+  for (std::size_t r = 0; r < 3; ++r) {    // row r of the map: fractional coordinate r
+    for (std::size_t c = 0; c < 3; ++c) {  // (a^-1 b)(c, r), a^-1 = cofactors^T / det
+      double value = 0;
+      for (std::size_t k = 0; k < 3; ++k)
+        value += cofactor(k, c) * b(k, r);
+      fit.matrix(r, c) = value / det;
+    }
+    fit.shift[r] = mean_f[r];
+    for (std::size_t c = 0; c < 3; ++c)
+      fit.shift[r] -= fit.matrix(r, c) * mean_o[c];
+  }
+  double worst = 0;
+  for_each_site(molecule, [&](Point const& o, Point const& f) {
+    for (std::size_t r = 0; r < 3; ++r) {
+      double const x = fit.matrix(r, 0) * o[0] + fit.matrix(r, 1) * o[1] + fit.matrix(r, 2) * o[2] +
+                       fit.shift[r];
+      worst = std::max(worst, std::fabs(x - f[r]));
+    }
+  });
+  if (!(worst <= 1e-4)) return standard;
+  double difference = 0;
+  for (std::size_t r = 0; r < 3; ++r) {
+    difference = std::max(difference, std::fabs(fit.shift[r]));
+    for (std::size_t c = 0; c < 3; ++c)
+      difference = std::max(difference, std::fabs(fit.matrix(r, c) - standard.matrix(r, c)));
+  }
+  return difference < 1e-6 ? standard : fit;
+}
+
 class StandardWriter {
  public:
   StandardWriter(Molecule const& molecule, Cell const& cell, bool has_cell, bool pdb_source)
@@ -252,18 +336,19 @@ class StandardWriter {
     // Z: the asymmetric units of the cell, one chain each.
     detail::append_int(out_, cell_.spacegroup().order(), 4);
     out_ += '\n';
-    Matrix<double, 3, 3> const& scale = cell_.orthogonal_to_fractional();
+    Scale const scale = scale_of_sites(molecule_, cell_);
+    // Numbers that round to zero are written without a sign.
+    auto const unsigned_zero = [](double value, double half_unit) {
+      return std::fabs(value) < half_unit ? 0.0 : value;
+    };
     for (std::size_t r = 0; r < 3; ++r) {
       out_ += "SCALE";
       out_ += static_cast<char>('1' + r);
       out_ += "    ";
-      for (std::size_t c = 0; c < 3; ++c) {
-        // Elements that round to zero are written without a sign.
-        double const value = std::fabs(scale(r, c)) < 5e-7 ? 0.0 : scale(r, c);
-        detail::append_fixed(out_, value, 6, 10);
-      }
+      for (std::size_t c = 0; c < 3; ++c)
+        detail::append_fixed(out_, unsigned_zero(scale.matrix(r, c), 5e-7), 6, 10);
       out_ += "     ";
-      detail::append_fixed(out_, 0.0, 5, 10);
+      detail::append_fixed(out_, unsigned_zero(scale.shift[r], 5e-6), 5, 10);
       out_ += '\n';
     }
   }

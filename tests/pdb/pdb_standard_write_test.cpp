@@ -387,6 +387,43 @@ TEST(PdbStandardWrite, EveryTabulatedSettingReadsBack) {
   EXPECT_GT(settings, 530);
 }
 
+TEST(PdbStandardWrite, ScaleOfTheSitesIsKept) {
+  // A cell whose SCALE records are not its standard orthogonalisation (older entries):
+  // fractional coordinates come from SCALE, and writing keeps it.
+  std::string const scale =
+      "SCALE1      0.015462  0.002192  0.003698        0.26656\n"
+      "SCALE2     -0.001902  0.011771  0.000974        0.16413\n"
+      "SCALE3     -0.001062 -0.001721  0.018728        0.75059\n";
+  std::string const atoms =
+      "HETATM    1  C1  LIG A   1       1.000   2.000   3.000  1.00  0.00           C\n"
+      "HETATM    2  C2  LIG A   1      11.000   2.500   3.000  1.00  0.00           C\n"
+      "HETATM    3  C3  LIG A   1       1.000  12.000   3.500  1.00  0.00           C\n"
+      "HETATM    4  C4  LIG A   1       1.500   2.000  13.000  1.00  0.00           C\n";
+  std::string const text =
+      "CRYST1   63.150   83.590   53.800  90.00  99.34  90.00 P 1 21 1      2\n" + scale + atoms;
+  for (bool with_scale : {true, false}) {
+    PdbFile file = read_standard(with_scale ? text : text.substr(0, text.find("SCALE1")) + atoms);
+    std::string const written = standard_text(file);
+    std::vector<std::string> const lines = lines_of(written, {"SCALE"});
+    ASSERT_EQ(lines.size(), 3U);
+    if (with_scale) {
+      EXPECT_EQ(lines[0] + "\n" + lines[1] + "\n" + lines[2] + "\n", scale);
+    } else {
+      EXPECT_EQ(lines[0], "SCALE1      0.015835  0.000000  0.002604        0.00000");
+    }
+    THandle<Molecule> const before = file.molecule();
+    THandle<Molecule> const after = read_standard(written).molecule();
+    ASSERT_EQ(after->natoms(), 4);
+    for (int i = 0; i < 4; ++i) {
+      Point const& f = before->atom(i)->site()->fractional();
+      Point const& g = after->atom(i)->site()->fractional();
+      EXPECT_NEAR(g.x(), f.x(), 1e-5);  // SCALE has six decimals
+      EXPECT_NEAR(g.y(), f.y(), 1e-5);  // SCALE has six decimals
+      EXPECT_NEAR(g.z(), f.z(), 1e-5);  // SCALE has six decimals
+    }
+  }
+}
+
 TEST(PdbStandardWrite, NoCellWritesThePlaceholder) {
   THandle<Molecule> const m = make_molecule({make_atom("C1", "C", Point(1, 2, 3))});
   StructureDetails no_cell;
