@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <ostream>
 #include <string>
 
 #include "pdb/hybrid36.hpp"
@@ -18,6 +19,10 @@ struct Hybrid36Case {
   int width;
   char const* text;
 };
+
+void PrintTo(Hybrid36Case const& c, std::ostream* os) {
+  *os << c.value << " in " << c.width << " columns";
+}
 
 class Hybrid36 : public testing::TestWithParam<Hybrid36Case> {};
 
@@ -62,6 +67,10 @@ struct DecodeCase {
   int width;
   std::optional<long> value;
 };
+
+void PrintTo(DecodeCase const& c, std::ostream* os) {
+  *os << '"' << c.text << "\" in " << c.width << " columns";
+}
 
 class Hybrid36Decode : public testing::TestWithParam<DecodeCase> {};
 
