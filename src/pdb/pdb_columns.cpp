@@ -118,4 +118,57 @@ std::string pdb_element_symbol(std::string_view element, std::string_view atom_n
   return is_symbol(symbol) ? symbol : std::string();
 }
 
+namespace {
+
+bool is_letter(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+char upper(char c) {
+  return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+char lower(char c) {
+  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// The symbol of one or two letters in element case, if it names an element; else "".
+std::string element_case_symbol(char first, char second = '\0') {
+  std::string symbol(1, upper(first));
+  if (second != '\0') symbol += lower(second);
+  return is_symbol(symbol) ? symbol : std::string();
+}
+
+std::string symbol_from_name_alignment(std::string_view name) {
+  if (name.size() < 2) return {};
+  char const first = name[0];
+  char const second = name[1];
+  if (first == ' ' || is_digit(first)) return is_letter(second) ? element_case_symbol(second) : "";
+  if (!is_letter(first)) return {};
+  bool const four_characters = name.size() == 4 && name[3] != ' ';
+  if (four_characters && upper(first) == 'H') return "H";
+  if (is_letter(second)) {
+    if (std::string symbol = element_case_symbol(first, second); !symbol.empty()) return symbol;
+  }
+  return element_case_symbol(first);
+}
+
+}  // namespace
+
+std::string pdb_standard_element_symbol(std::string_view line, PdbAtomRecord const& record,
+                                        bool hetatm) {
+  std::string_view const columns = trim_view(column(line, 76, 2), " \t");
+  if (!columns.empty() && is_letter(columns[0])) {
+    bool const two = columns.size() == 2 && is_letter(columns[1]);
+    if (std::string symbol = element_case_symbol(columns[0], two ? columns[1] : '\0');
+        !symbol.empty()) {
+      return symbol;
+    }
+  }
+  if (std::string symbol = symbol_from_name_alignment(column(line, 12, 4)); !symbol.empty()) {
+    return symbol;
+  }
+  return pdb_element_symbol(record.element, record.name, hetatm);
+}
+
 }  // namespace kora::detail

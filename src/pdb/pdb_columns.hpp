@@ -55,4 +55,15 @@ PdbAtomRecord parse_atom_record(std::string_view line) noexcept;
 // element case before it is looked up, so that ATOM CA is carbon and HETATM CA calcium.
 std::string pdb_element_symbol(std::string_view element, std::string_view atom_name, bool hetatm);
 
+// The element symbol of an atom as programs that follow the PDB conventions find it, in
+// element case, or the empty text when none is found: the element columns (77-78) in any
+// letter case ("FE" and "Fe" are iron); when they are blank, the alignment of the atom
+// name (columns 13-16): a name whose first column is blank or a digit names a one-letter
+// element in its second column (" CA " is carbon, "1HB " hydrogen), a four-character name
+// that begins with H is a hydrogen ("HD21"), any other name starts with a two-letter
+// element when its first two letters are one ("CA  " is calcium, "FE  " iron), else with
+// a one-letter element. Names that fit none of these fall back to pdb_element_symbol.
+std::string pdb_standard_element_symbol(std::string_view line, PdbAtomRecord const& record,
+                                        bool hetatm);
+
 }  // namespace kora::detail

@@ -24,6 +24,7 @@ PdbFile::~PdbFile() = default;
 void PdbFile::clear() {
   molecules_ = make_handle<MoleculeList>();
   cell_ = make_handle<Cell>();
+  details_ = StructureDetails();
 }
 
 void PdbFile::add(Molecule const& molecule, DatabaseEntryIdentifier const& identifier) {
@@ -38,6 +39,7 @@ void PdbFile::add(CrystalMaker const& maker, DatabaseEntryIdentifier const& iden
     clear();
     cell_ = make_handle<Cell>(maker.cell());
   }
+  details_ = maker.details();
   for (int i = 0; i < maker.nmolecules(); ++i)
     molecules_->push_back(maker.molecule(i));
 }
@@ -80,8 +82,10 @@ THandle<Crystal> PdbFile::crystal() const {
 }
 
 THandle<CrystalMaker> PdbFile::crystal_maker() const {
-  return make_handle<CrystalMaker>(*cell_, THandle<MoleculeList>(), THandle<MoleculeList>(),
-                                   molecules_);
+  auto maker = make_handle<CrystalMaker>(*cell_, THandle<MoleculeList>(), THandle<MoleculeList>(),
+                                         molecules_);
+  maker->mutable_details() = details_;
+  return THandle<CrystalMaker>(maker);
 }
 
 namespace {
@@ -114,6 +118,10 @@ void end_line(std::string& out) {
 }  // namespace
 
 void PdbFile::print(std::ostream& os) const {
+  if (write_options().standard()) {
+    print_standard_(os);
+    return;
+  }
   using detail::append_fixed;
   using detail::append_int;
   THandle<Molecule> const m = molecule();

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "kernel/handle_arena.hpp"
@@ -16,6 +17,7 @@
 #include "kora/kernel/string_functions.hpp"
 #include "kora/pdb/pdb_file.hpp"
 #include "kora/pdb/pdb_residue_bond_typer.hpp"
+#include "pdb/hybrid36.hpp"
 #include "pdb/pdb_columns.hpp"
 
 namespace kora {
@@ -34,6 +36,7 @@ enum class Record {
   scale3,
   atom,
   hetatm,
+  model,
   endmdl,
   conect,
   end,
@@ -50,6 +53,9 @@ Record record_of(std::string_view line) {
       break;
     case 4:
       if (name == "ATOM") return Record::atom;
+      break;
+    case 5:
+      if (name == "MODEL") return Record::model;
       break;
     case 6:
       if (name == "HETATM") return Record::hetatm;
@@ -68,6 +74,15 @@ Record record_of(std::string_view line) {
   return Record::other;
 }
 
+// The record name as programs that follow the PDB conventions read it: columns 1-6 less
+// trailing blanks, so that "HETATM10000" is a HETATM record.
+Record standard_record_of(std::string_view line) {
+  std::string_view name = line.substr(0, std::min<std::size_t>(line.size(), 6));
+  while (!name.empty() && (name.back() == ' ' || name.back() == '\t' || name.back() == '\r'))
+    name.remove_suffix(1);
+  return record_of(name);
+}
+
 // Equal within 1e-7, the tolerance of the rhombohedral tests.
 bool nearly_equal(double x, double y) {
   return x - 1e-7 <= y && y - 1e-7 <= x;
@@ -79,8 +94,9 @@ bool within(double value, double low, double high) {
 
 constexpr double degrees_to_radians = 0.017453292519943295;
 
-// The cell and space group of a CRYST1 record.
-Cell read_cryst1(std::string_view line) {
+// The cell and space group of a CRYST1 record, with a space group symbol of at most
+// `symbol_width` columns from column 56.
+Cell read_cryst1(std::string_view line, std::size_t symbol_width) {
   if (line.size() < 54) throw std::runtime_error("PdbFile::read CRYST1 line is incomplete");
   double const a = detail::leading_real(line.substr(6, 9));
   double const b = detail::leading_real(line.substr(15, 9));
@@ -88,7 +104,7 @@ Cell read_cryst1(std::string_view line) {
   double const alpha = detail::leading_real(line.substr(33, 7));
   double const beta = detail::leading_real(line.substr(40, 7));
   double const gamma = detail::leading_real(line.substr(47, 7));
-  std::string symbol = line.size() < 56 ? "P1" : trim(line.substr(55, 10), " \t");
+  std::string symbol = line.size() < 56 ? "P1" : trim(line.substr(55, symbol_width), " \t");
   if (!symbol.empty() && symbol.front() == 'R' && symbol.back() != 'r') {
     // An R group on hexagonal axes keeps its symbol; on rhombohedral axes it gets the 'r'.
     bool const hexagonal = nearly_equal(a, b) && within(alpha, 89.9999999, 90 + 1e-7) &&
@@ -170,20 +186,32 @@ class PairSet {
 // index), the atoms of the residues over which the next bond search runs, and the scale
 // matrix.
 struct PdbFile::ReadState {
-  explicit ReadState(PdbFile& owner)
+  explicit ReadState(PdbFile& owner, bool standard_mode)
       : file(owner),
+        standard(standard_mode),
         detector(BondDetector::molecular, BondDetector::no_refinement,
                  BondDistanceLimit(0.55, false)) {
     start_model();
   }
 
   PdbFile& file;
+  bool standard;  // the file's read options ask for the PDB conventions
   BondDetector detector;
   THandle<AtomList> atoms;
   THandle<BondList> bonds;
-  // Serial number minus 1 -> index in `atoms`, -1 where none. Serials come from five
-  // columns, so the index never exceeds 99999 entries.
+  // Serial number minus 1 -> index in `atoms`, -1 where none. Decimal serials come from
+  // five columns, so the index never exceeds 99999 entries; hybrid-36 serials (standard
+  // reading) beyond what the atoms read so far can reach go to `far_serials`, so that no
+  // serial number sizes the index.
   std::vector<int> serial_index;
+  std::unordered_map<long, int> far_serials;
+  // Standard reading: how often CONECT records list each atom pair, per direction (the
+  // smaller atom index first, then the larger), which gives the bond order.
+  std::unordered_map<std::uint64_t, std::array<int, 2>> conect_counts;
+  // The model of the atoms read next: the number of the last MODEL record (one more than
+  // the last model when it gives none), one more than the last model after ENDMDL; 0 in
+  // files without models.
+  int model_number = 0;
   // The atoms of the next bond search (spanning two consecutive residues) and the ATOM
   // atoms of the residue being read, each with its index in `atoms`.
   AtomList pair_atoms;
@@ -205,6 +233,8 @@ struct PdbFile::ReadState {
     atoms = make_handle<AtomList>();
     bonds = make_handle<BondList>();
     serial_index.clear();
+    far_serials.clear();
+    conect_counts.clear();
     pair_atoms.clear();
     pair_indexes.clear();
     residue_atoms.clear();
@@ -214,8 +244,17 @@ struct PdbFile::ReadState {
   }
 
   void read_atom(std::string_view line, bool hetatm) {
-    detail::PdbAtomRecord const r = detail::parse_atom_record(line);
-    std::string const symbol = detail::pdb_element_symbol(r.element, r.name, hetatm);
+    detail::PdbAtomRecord r = detail::parse_atom_record(line);
+    if (standard) {
+      r.serial =
+          static_cast<int>(detail::hybrid36_decode(detail::column(line, 6, 5), 5).value_or(0));
+      if (line.size() > 25) {
+        r.residue_number =
+            static_cast<int>(detail::hybrid36_decode(line.substr(22, 4), 4).value_or(0));
+      }
+    }
+    std::string const symbol = standard ? detail::pdb_standard_element_symbol(line, r, hetatm)
+                                        : detail::pdb_element_symbol(r.element, r.name, hetatm);
     Element const element = symbol.empty() ? Element() : Element(symbol);
     label.assign(r.name);
     label.append(r.alternate_location);
@@ -231,7 +270,22 @@ struct PdbFile::ReadState {
     atom->set_formal_charge(r.charge);
     Point const p(r.x, r.y, r.z);
     atom->set_site(sites.make(p, p, r.occupancy));
+    record_details(*atom->mutable_details(), r, hetatm, line.size() > 65);
     track_residue(atom, r, hetatm);
+  }
+
+  void record_details(AtomDetails& d, detail::PdbAtomRecord const& r, bool hetatm,
+                      bool has_b_factor) const {
+    d.serial = r.serial;
+    d.hetero = hetatm;
+    d.alt_loc = r.alternate_location.empty() ? ' ' : r.alternate_location.front();
+    d.residue_name.assign(r.residue_name);
+    d.residue_number = r.residue_number;
+    d.insertion_code = r.insertion_code.empty() ? ' ' : r.insertion_code.front();
+    d.chain.assign(r.chain);
+    d.model = model_number;
+    d.has_b_factor = has_b_factor;
+    d.b_factor = r.temperature_factor;
   }
 
   void track_residue(THandle<Atom> const& atom, detail::PdbAtomRecord const& r, bool hetatm) {
@@ -240,8 +294,12 @@ struct PdbFile::ReadState {
     if (r.serial > 0) {
       // A repeated serial names the later atom.
       auto const serial = static_cast<std::size_t>(r.serial);
-      if (serial_index.size() < serial) serial_index.resize(serial, -1);
-      serial_index[serial - 1] = index;
+      if (serial <= 99999 + 2 * atoms->size()) {
+        if (serial_index.size() < serial) serial_index.resize(serial, -1);
+        serial_index[serial - 1] = index;
+      } else {
+        far_serials[r.serial] = index;
+      }
     }
     if (!hetatm) {
       residue_atoms.push_back(atom);
@@ -275,25 +333,58 @@ struct PdbFile::ReadState {
     }
   }
 
+  // A serial field of a CONECT record: decimal, or hybrid-36 in standard reading.
+  long conect_serial(std::string_view field) const {
+    if (!standard) return detail::leading_integer(field);
+    return detail::hybrid36_decode(field, 5).value_or(0);
+  }
+
   void read_conect(std::string_view line) {
     std::size_t const n = line.size();
     if (n <= 10) return;
-    int const source = atom_of_serial(detail::leading_integer(line.substr(6, 5)));
+    int const source = atom_of_serial(conect_serial(line.substr(6, 5)));
     if (source < 0) return;
     for (std::size_t offset = 11; offset <= 26; offset += 5) {
       if (n <= offset + 4) break;
-      int const partner = atom_of_serial(detail::leading_integer(line.substr(offset, 5)));
+      int const partner = atom_of_serial(conect_serial(line.substr(offset, 5)));
       // An atom listed as its own partner is no bond.
       if (partner >= 0 && partner != source) {
         bonds->push_back(make_handle<BondData>(source, partner, unknown_bond));
+        if (standard) {
+          BondData const listed(source, partner, unknown_bond);
+          ++conect_counts[pair_key(listed)][source < partner ? 0 : 1];
+        }
       }
     }
   }
 
+  void read_model(std::string_view line) {
+    // The model number follows the name; writers differ in how far.
+    int const number = static_cast<int>(detail::leading_integer(detail::column(line, 5, 16)));
+    model_number = number > 0 ? number : std::max(model_number, 1);
+  }
+
   // The index of the atom with the serial number, or -1.
   int atom_of_serial(long serial) const {
-    if (serial < 1 || static_cast<std::size_t>(serial) > serial_index.size()) return -1;
-    return serial_index[static_cast<std::size_t>(serial - 1)];
+    if (serial < 1) return -1;
+    if (static_cast<std::size_t>(serial) <= serial_index.size()) {
+      int const index = serial_index[static_cast<std::size_t>(serial - 1)];
+      if (index >= 0 || far_serials.empty()) return index;
+    }
+    auto const far = far_serials.find(serial);
+    return far == far_serials.end() ? -1 : far->second;
+  }
+
+  // Standard reading: a pair listed once by CONECT records (in either direction) is a
+  // single bond, twice a double bond, three or more times a triple bond.
+  void apply_conect_orders() {
+    if (conect_counts.empty()) return;
+    for (THandle<BondData> const& bond : *bonds) {
+      auto const found = conect_counts.find(pair_key(*bond));
+      if (found == conect_counts.end()) continue;
+      int const listed = std::max(found->second[0], found->second[1]);
+      bond->set_type(listed >= 3 ? triple_bond : listed == 2 ? double_bond : single_bond);
+    }
   }
 
   void read_scale(std::string_view line, std::size_t row) {
@@ -315,6 +406,7 @@ struct PdbFile::ReadState {
     }
     if (residue_atoms.size() > 1) add_pair_bonds();
     remove_duplicate_bonds_(*bonds, -1, -1);
+    apply_conect_orders();
     add_fractional(*file.cell_, *atoms, scale_transformation);
     THandle<MoleculeList> const molecules = create_molecules(*atoms, *bonds);
     file.molecules_->insert(file.molecules_->end(), molecules->begin(), molecules->end());
@@ -351,13 +443,17 @@ void PdbFile::remove_duplicate_bonds_(std::vector<THandle<BondData>>& bonds, lon
 
 void PdbFile::read(std::istream& is) {
   identifier_ = DatabaseEntryIdentifier("UNKNWN");
-  ReadState state(*this);
+  bool const standard = read_options().standard();
+  ReadState state(*this, standard);
+  details_.source_format = "pdb";
+  details_.dimension = "3D";
+  if (*cell_ == Cell()) details_.has_cell = false;
   std::string line;
   while (is.good()) {
     kora::getline(is, line);
     if (is.eof() && line.empty()) break;
     std::string_view const text = line;
-    Record const record = record_of(text);
+    Record const record = standard ? standard_record_of(text) : record_of(text);
     if (record == Record::end) break;
     switch (record) {
       case Record::atom:
@@ -376,7 +472,9 @@ void PdbFile::read(std::istream& is) {
         }
         break;
       case Record::cryst1:
-        cell_ = make_handle<Cell>(read_cryst1(text));
+        cell_ = make_handle<Cell>(read_cryst1(text, standard ? 11 : 10));
+        // The unit cube in P1 is what files without crystal data write.
+        details_.has_cell = !(*cell_ == Cell());
         break;
       case Record::scale1:
         state.read_scale(text, 0);
@@ -387,7 +485,11 @@ void PdbFile::read(std::istream& is) {
       case Record::scale3:
         state.read_scale(text, 2);
         break;
+      case Record::model:
+        state.read_model(text);
+        break;
       case Record::endmdl:
+        state.model_number = std::max(state.model_number, 1) + 1;
         state.finish_model(false);
         state.start_model();
         break;

@@ -5,11 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kora/framework/flat_file_database.hpp"
@@ -118,6 +121,49 @@ TEST(PdbCorpus, CrambinGetsAboutOneBondPerAtomAndItsRings) {
   EXPECT_EQ(
       PdbFile((corpus() / "pdb" / "openbabel_1DRF.pdb").string()).cell()->spacegroup().symbol(),
       "R3");  // "H 3"
+}
+
+// Every atom as its element and position in thousandths of an angstrom, sorted.
+std::vector<std::tuple<long, long, long, std::string>> atom_keys(PdbFile const& file) {
+  std::vector<std::tuple<long, long, long, std::string>> keys;
+  THandle<Molecule> const m = file.molecule();
+  for (THandle<Atom> const& atom : m->atoms()) {
+    Point const& p = atom->site()->orthogonal();
+    keys.emplace_back(std::lround(p.x() * 1000), std::lround(p.y() * 1000),
+                      std::lround(p.z() * 1000), atom->element().symbol());
+  }
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+TEST(PdbCorpus, StandardWritingReadsBackWhole) {
+  std::vector<fs::path> const files = pdb_files();
+  if (files.empty()) GTEST_SKIP() << "no corpus at " << corpus();
+  for (fs::path const& path : files) {
+    SCOPED_TRACE(path.filename().string());
+    PdbFile original;
+    original.set_read_options(ReadOptions::standard_mode());
+    ASSERT_NO_THROW(original.read(path.string()));
+    std::ostringstream out;
+    original.set_write_options(WriteOptions::standard_mode());
+    ASSERT_NO_THROW(original.print(out));
+    std::istringstream in(out.str());
+    PdbFile back;
+    back.set_read_options(ReadOptions::standard_mode());
+    ASSERT_NO_THROW(back.read(in));
+    EXPECT_EQ(atoms_of(back), atoms_of(original));
+    EXPECT_TRUE(atom_keys(back) == atom_keys(original));
+    Cell const& a = *original.cell();
+    Cell const& b = *back.cell();
+    EXPECT_NEAR(b.a(), a.a(), 1e-3);
+    EXPECT_NEAR(b.b(), a.b(), 1e-3);
+    EXPECT_NEAR(b.c(), a.c(), 1e-3);
+    EXPECT_NEAR(b.alpha().radians(), a.alpha().radians(), 1e-4);
+    EXPECT_NEAR(b.beta().radians(), a.beta().radians(), 1e-4);
+    EXPECT_NEAR(b.gamma().radians(), a.gamma().radians(), 1e-4);
+    EXPECT_TRUE(b.spacegroup() == a.spacegroup()) << a.spacegroup().symbol();
+    EXPECT_EQ(back.details().has_cell, original.details().has_cell);
+  }
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "kora/kernel/cell.hpp"
 #include "kora/kernel/crystal.hpp"
 #include "kora/kernel/database_entry_identifier.hpp"
+#include "kora/kernel/details.hpp"
 #include "kora/kernel/handle.hpp"
 
 namespace kora {
@@ -32,10 +33,15 @@ class PdbFile : public MoleculeFile {
   // acid residues then get their orders. Throws std::runtime_error for a CRYST1 record
   // that is too short or whose R space group does not fit its cell.
   void read(std::istream& is) override;
-  // Writes a header, CRYST1, SCALE1-3, one HETATM record per atom, CONECT records, MASTER
-  // and END.
+  // Classic writing: a header, CRYST1, SCALE1-3, one HETATM record per atom, CONECT
+  // records, MASTER and END. Standard writing (write_options().standard()): a header,
+  // CRYST1 with the full space group symbol and Z, SCALE1-3 when there is a cell, ATOM and
+  // HETATM records with residues, chains, B-factors, element and charge columns and
+  // hybrid-36 numbers, TER after each polymer chain, MODEL/ENDMDL around several models,
+  // CONECT records for the bonds readers do not find from residue templates (bond orders
+  // as repeated partners) and END.
   void print(std::ostream& os) const override;
-  // No molecules and the default cell; the identifier is kept.
+  // No molecules, the default cell and no structure details; the identifier is kept.
   void clear() override;
   // Appends a copy of the molecule; the cell is kept.
   void add(Molecule const& molecule, DatabaseEntryIdentifier const& identifier) override;
@@ -57,9 +63,14 @@ class PdbFile : public MoleculeFile {
   DatabaseEntryIdentifier const& identifier() const { return identifier_; }
   // The molecules read or added, in order.
   THandle<MoleculeList> const& molecules() const { return molecules_; }
+  // What was read or added beyond the cell and molecules: the source format, whether the
+  // cell is the structure's own.
+  StructureDetails const& details() const { return details_; }
 
  private:
   struct ReadState;  // the working state of one read
+
+  void print_standard_(std::ostream& os) const;
 
   // Replaces the atom indexes of every bond whose two indexes lie inside `map` by the
   // indexes the map gives them; other bonds are left as they are.
@@ -74,6 +85,7 @@ class PdbFile : public MoleculeFile {
   DatabaseEntryIdentifier identifier_;
   THandle<Cell> cell_;
   THandle<MoleculeList> molecules_;
+  StructureDetails details_;
 };
 
 }  // namespace kora
