@@ -323,10 +323,12 @@ class StandardWriter {
       out_ += "CRYST1    1.000    1.000    1.000  90.00  90.00  90.00 P 1           1\n";
       return;
     }
+    // Lengths with four decimals, as small-molecule cells are known, in the nine columns of
+    // the field (with a blank before them below 1000 A).
     out_ += "CRYST1";
-    detail::append_fixed(out_, cell_.a(), 3, 9);
-    detail::append_fixed(out_, cell_.b(), 3, 9);
-    detail::append_fixed(out_, cell_.c(), 3, 9);
+    detail::append_fixed(out_, cell_.a(), 4, 9);
+    detail::append_fixed(out_, cell_.b(), 4, 9);
+    detail::append_fixed(out_, cell_.c(), 4, 9);
     detail::append_fixed(out_, cell_.alpha().radians() * radians_to_degrees, 2, 7);
     detail::append_fixed(out_, cell_.beta().radians() * radians_to_degrees, 2, 7);
     detail::append_fixed(out_, cell_.gamma().radians() * radians_to_degrees, 2, 7);

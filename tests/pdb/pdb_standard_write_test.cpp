@@ -328,17 +328,17 @@ struct Cryst1Case {
 TEST(PdbStandardWrite, Cryst1NamesTheSettingAndReadsBack) {
   std::vector<Cryst1Case> const cases{
       {"P21/c", 10, 11, 12, 90, 100, 90,
-       "CRYST1   10.000   11.000   12.000  90.00 100.00  90.00 P 1 21/c 1    4"},
+       "CRYST1  10.0000  11.0000  12.0000  90.00 100.00  90.00 P 1 21/c 1    4"},
       {"P 21", 10, 11, 12, 90, 100, 90,
-       "CRYST1   10.000   11.000   12.000  90.00 100.00  90.00 P 1 21 1      2"},
-      {"P212121", 5, 6, 7, 90, 90, 90,
-       "CRYST1    5.000    6.000    7.000  90.00  90.00  90.00 P 21 21 21    4"},
+       "CRYST1  10.0000  11.0000  12.0000  90.00 100.00  90.00 P 1 21 1      2"},
+      {"P212121", 5.1234, 6, 7, 90, 90, 90,
+       "CRYST1   5.1234   6.0000   7.0000  90.00  90.00  90.00 P 21 21 21    4"},
       {"I41/a:2", 10, 10, 20, 90, 90, 90,
-       "CRYST1   10.000   10.000   20.000  90.00  90.00  90.00 I 41/a:2     16"},
+       "CRYST1  10.0000  10.0000  20.0000  90.00  90.00  90.00 I 41/a:2     16"},
       {"R3", 10, 10, 20, 90, 90, 120,
-       "CRYST1   10.000   10.000   20.000  90.00  90.00 120.00 H 3           9"},
+       "CRYST1  10.0000  10.0000  20.0000  90.00  90.00 120.00 H 3           9"},
       {"R3r", 8, 8, 8, 75, 75, 75,
-       "CRYST1    8.000    8.000    8.000  75.00  75.00  75.00 R 3           3"},
+       "CRYST1   8.0000   8.0000   8.0000  75.00  75.00  75.00 R 3           3"},
   };
   for (Cryst1Case const& c : cases) {
     SCOPED_TRACE(c.symbol);
@@ -400,7 +400,7 @@ TEST(PdbStandardWrite, ScaleOfTheSitesIsKept) {
       "HETATM    3  C3  LIG A   1       1.000  12.000   3.500  1.00  0.00           C\n"
       "HETATM    4  C4  LIG A   1       1.500   2.000  13.000  1.00  0.00           C\n";
   std::string const text =
-      "CRYST1   63.150   83.590   53.800  90.00  99.34  90.00 P 1 21 1      2\n" + scale + atoms;
+      "CRYST1  63.1500  83.5900  53.8000  90.00  99.34  90.00 P 1 21 1      2\n" + scale + atoms;
   for (bool with_scale : {true, false}) {
     PdbFile file = read_standard(with_scale ? text : text.substr(0, text.find("SCALE1")) + atoms);
     std::string const written = standard_text(file);
