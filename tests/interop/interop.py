@@ -49,7 +49,8 @@ NATURE = [
     ("mol2, pdb, res", "no isotopes but deuterium (tritium is compared as hydrogen)"),
     ("sdf", "no cell or space group; coordinates of crystal structures are written as Cartesian"),
     ("mol2", "no formal charges (the charge column holds partial charges); the cell only "
-             "through CRYSIN"),
+             "through CRYSIN, without the Cartesian frame of the atoms (a PDB SCALE that is not "
+             "the standard one), so atoms are compared in Cartesian coordinates"),
     ("pdb", "the cell to 0.001 A and 0.01 degree; entries of one file are told apart by their "
             "identifiers"),
     ("pdb", "no bond orders (CONECT repeats are read by RDKit and Open Babel only) and bonds "
@@ -382,8 +383,10 @@ def without_isotopes(entry):
     return out
 
 
-def compare(source, target, carries, crystal, cell_tolerance=CELL_TOLERANCE):
-    """The first difference between two entries, or None."""
+def compare(source, target, carries, crystal, cell_tolerance=CELL_TOLERANCE, cartesian=False):
+    """The first difference between two entries, or None. In a crystal the atoms are compared
+    as sites up to symmetry, unless `cartesian` (the target format gives Cartesian atoms and a
+    cell, but not the frame they are in)."""
     if "isotopes" not in carries:
         source, target = without_isotopes(source), without_isotopes(target)
     if crystal:
@@ -393,6 +396,7 @@ def compare(source, target, carries, crystal, cell_tolerance=CELL_TOLERANCE):
             return "cell %s != %s" % (source.cell, target.cell)
         if source.ops is not None and target.ops is not None and source.ops != target.ops:
             return "space-group operators differ (%d and %d)" % (len(source.ops), len(target.ops))
+    if crystal and not cartesian:
         # Atoms anywhere in the crystal: each written atom is a symmetry image of a source atom
         # and every source atom has an image among them.
         # Source atoms that are images of one another (a molecule completed by symmetry) are
@@ -562,7 +566,8 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
                         if reader == "gemmi" or reader == "cctbx":
                             carries -= {"charges", "bonds", "orders"}
                         difference = compare(e, g, carries, crystal and reader != "rdkit",
-                                             CELL_PRECISION.get(target, CELL_TOLERANCE))
+                                             CELL_PRECISION.get(target, CELL_TOLERANCE),
+                                             cartesian=target == "mol2")
                         if difference is None:
                             agree[key] += 1
                         elif any(el == "" for el, _, _ in e.atoms):
