@@ -16,28 +16,41 @@
 
 namespace {
 
+// Reads the text in one mode, then writes it back in both, straight and through the model.
 template <class File>
-void exercise(std::string const& text) {
+void exercise(std::string const& text, kora::ReadOptions const& reading) {
   std::istringstream in(text);
   File file;
+  file.set_read_options(reading);
   try {
     file.read(in);
   } catch (std::exception const&) {
     return;
   }
-  try {
-    auto const entry = file.database_entry();
-    File again;
-    again.add(*entry);
-    std::ostringstream out;
-    again.print(out);
-  } catch (std::exception const&) {
+  for (kora::WriteOptions const& writing :
+       {kora::WriteOptions::classic_mode(), kora::WriteOptions::standard_mode()}) {
+    try {
+      auto const entry = file.database_entry();
+      File again;
+      again.set_write_options(writing);
+      again.add(*entry);
+      std::ostringstream out;
+      again.print(out);
+    } catch (std::exception const&) {
+    }
+    try {
+      file.set_write_options(writing);
+      std::ostringstream out;
+      file.print(out);
+    } catch (std::exception const&) {
+    }
   }
-  try {
-    std::ostringstream out;
-    file.print(out);
-  } catch (std::exception const&) {
-  }
+}
+
+template <class File>
+void exercise(std::string const& text) {
+  exercise<File>(text, kora::ReadOptions::classic_mode());
+  exercise<File>(text, kora::ReadOptions::standard_mode());
 }
 
 }  // namespace
