@@ -17,7 +17,7 @@ namespace {
 
 using namespace kora;
 
-struct AtomSpec {
+struct AtomRow {
   char const* symbol;
   int charge = 0;
   int mass = 0;
@@ -25,22 +25,22 @@ struct AtomSpec {
   double z = 0.0;
 };
 
-THandle<Atom> make_atom(AtomSpec const& spec, int order, double x) {
-  Point const p{x, 0.5, spec.z};
-  auto a = make_handle<FileOrderedAtom3d>(order, Element(spec.symbol), spec.symbol,
+THandle<Atom> make_atom(AtomRow const& row, int order, double x) {
+  Point const p{x, 0.5, row.z};
+  auto a = make_handle<FileOrderedAtom3d>(order, Element(row.symbol), row.symbol,
                                           make_handle<Site>(p, p));
-  a->set_formal_charge(spec.charge);
-  a->mutable_details()->mass_number = spec.mass;
-  a->mutable_details()->radical = spec.radical;
-  if (std::string_view(spec.symbol) == "T") a->mutable_details()->element_symbol = "T";
+  a->set_formal_charge(row.charge);
+  a->mutable_details()->mass_number = row.mass;
+  a->mutable_details()->radical = row.radical;
+  if (std::string_view(row.symbol) == "T") a->mutable_details()->element_symbol = "T";
   return THandle<Atom>(a);
 }
 
 // A chain of the atoms, joined by bonds of the given type.
-THandle<Molecule> chain(std::vector<AtomSpec> const& specs, BondType type = single_bond) {
+THandle<Molecule> chain(std::vector<AtomRow> const& rows, BondType type = single_bond) {
   auto const m = make_handle<Molecule3d>();
-  for (std::size_t i = 0; i < specs.size(); ++i) {
-    m->add_atom(make_atom(specs[i], static_cast<int>(i) + 1, 1.5 * static_cast<double>(i)));
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    m->add_atom(make_atom(rows[i], static_cast<int>(i) + 1, 1.5 * static_cast<double>(i)));
     if (i > 0) m->add_bond(static_cast<int>(i) - 1, static_cast<int>(i), type);
   }
   return THandle<Molecule>(m);
@@ -116,10 +116,10 @@ class StandardChargeLines : public ::testing::TestWithParam<int> {};
 
 TEST_P(StandardChargeLines, SplitAtEight) {
   int const n = GetParam();
-  std::vector<AtomSpec> specs;
+  std::vector<AtomRow> rows;
   for (int i = 0; i < n + 2; ++i)  // the second and the last atom neutral
-    specs.push_back({"C", i == 1 || i == n + 1 ? 0 : (i % 2 ? -1 : 1)});
-  std::string const text = write(*chain(specs));
+    rows.push_back({"C", i == 1 || i == n + 1 ? 0 : (i % 2 ? -1 : 1)});
+  std::string const text = write(*chain(rows));
   std::vector<std::string> const chg = lines_with(text, "M  CHG");
   ASSERT_EQ(static_cast<int>(chg.size()), (n + 7) / 8);
   for (std::size_t i = 0; i < chg.size(); ++i) {
@@ -131,7 +131,7 @@ TEST_P(StandardChargeLines, SplitAtEight) {
   auto const m = read_back(text, back);
   ASSERT_EQ(m->natoms(), n + 2);
   for (int i = 0; i < n + 2; ++i)
-    EXPECT_EQ(m->atom(i)->formal_charge(), specs[static_cast<std::size_t>(i)].charge) << i;
+    EXPECT_EQ(m->atom(i)->formal_charge(), rows[static_cast<std::size_t>(i)].charge) << i;
 }
 
 INSTANTIATE_TEST_SUITE_P(MolStandardWrite, StandardChargeLines,
@@ -140,9 +140,9 @@ INSTANTIATE_TEST_SUITE_P(MolStandardWrite, StandardChargeLines,
 TEST(MolStandardWrite, IsotopesRadicalsDeuteriumTritium) {
   // C-13, deuterium (its own element), tritium (no element, read from "T"), a doublet
   // radical on a carbon and an O-18.
-  std::vector<AtomSpec> const specs = {{"C", 0, 13}, {"D"}, {"T"}, {"C", 0, 0, 2}, {"O", -1, 18}};
+  std::vector<AtomRow> const rows = {{"C", 0, 13}, {"D"}, {"T"}, {"C", 0, 0, 2}, {"O", -1, 18}};
   for (bool const v3000 : {false, true}) {
-    std::string const text = write(*chain(specs), v3000);
+    std::string const text = write(*chain(rows), v3000);
     if (!v3000) {
       EXPECT_EQ(lines_with(text, "M  ISO"),
                 std::vector<std::string>{"M  ISO  4   1  13   2   2   3   3   5  18"});
