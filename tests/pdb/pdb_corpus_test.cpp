@@ -153,8 +153,11 @@ TEST(PdbCorpus, StandardWritingReadsBackWhole) {
     ASSERT_NO_THROW(back.read(in));
     EXPECT_EQ(atoms_of(back), atoms_of(original));
     EXPECT_TRUE(atom_keys(back) == atom_keys(original));
-    Cell const& a = *original.cell();
-    Cell const& b = *back.cell();
+    // cell() gives a copy: keep the handles while their cells are used.
+    THandle<Cell> const original_cell = original.cell();
+    THandle<Cell> const back_cell = back.cell();
+    Cell const& a = *original_cell;
+    Cell const& b = *back_cell;
     EXPECT_NEAR(b.a(), a.a(), 1e-3);
     EXPECT_NEAR(b.b(), a.b(), 1e-3);
     EXPECT_NEAR(b.c(), a.c(), 1e-3);
