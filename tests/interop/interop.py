@@ -23,7 +23,7 @@ import io
 import math
 import os
 import re
-import signal
+import multiprocessing
 import subprocess
 import sys
 import tempfile
@@ -520,11 +520,7 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
                         print("  %s -> %s, %s (%.1f s)" % (source_fmt, target, reader, time.time() - started),
                               file=sys.stderr, flush=True)
                     try:
-                        signal.alarm(args.timeout)
-                        try:
-                            got = function(out_path, target)
-                        finally:
-                            signal.alarm(0)
+                        got = call_with_time_limit(function, (out_path, target), args.timeout)
                         if args.max_entries and len(got) > len(expected):
                             got = got[: len(expected)]
                     except Exception as e:
@@ -605,12 +601,31 @@ def report(agree, total, failures, exceptions, out):
         out.write("- %s: %s\n" % (fmt, what))
 
 
-class TimedOut(Exception):
-    pass
+def call_with_time_limit(function, arguments, seconds):
+    """function(*arguments) in a child process, which is stopped after `seconds` (a peer's
+    reader can spend minutes in its own code on a large structure)."""
+    context = multiprocessing.get_context("fork")
+    receiving, sending = context.Pipe(duplex=False)
 
+    def child():
+        try:
+            sending.send((True, function(*arguments)))
+        except BaseException as e:  # noqa: BLE001 - passed on to the parent
+            sending.send((False, "%s: %s" % (type(e).__name__, e)))
 
-def timed_out(signum, frame):
-    raise TimedOut("timed out")
+    process = context.Process(target=child)
+    process.start()
+    sending.close()
+    try:
+        if not receiving.poll(seconds):
+            raise RuntimeError("timed out after %d s" % seconds)
+        ok, value = receiving.recv()
+    finally:
+        process.kill()
+        process.join()
+    if not ok:
+        raise RuntimeError(value)
+    return value
 
 
 def main():
@@ -628,7 +643,6 @@ def main():
                         help="seconds a reader may take over one file before it counts as failed")
     parser.add_argument("--verbose", action="store_true", help="name each file and step as it goes")
     args = parser.parse_args()
-    signal.signal(signal.SIGALRM, timed_out)
     if not os.path.isdir(args.corpus):
         print("interop: no corpus at %s; nothing to check" % args.corpus)
         return 0
