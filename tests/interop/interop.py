@@ -214,7 +214,11 @@ def read_openbabel(path, fmt):
                               (a.GetX(), a.GetY(), a.GetZ())))
         for b in ob.OBMolBondIter(m):
             i, j = b.GetBeginAtomIdx() - 1, b.GetEndAtomIdx() - 1
-            order = "ar" if b.IsAromatic() else bond_order(b.GetBondOrder())
+            # Open Babel marks the bonds of the rings it finds aromatic and keeps their Kekule
+            # orders: either agrees with the file.
+            order = bond_order(b.GetBondOrder())
+            if b.IsAromatic():
+                order = ("ar", order)
             out.bonds.append((min(i, j), max(i, j), order))
         if m.HasData(ob.UnitCell):
             cell = ob.toUnitCell(m.GetData(ob.UnitCell))
@@ -252,10 +256,10 @@ def read_gemmi(path, fmt):
 
 
 def read_cctbx(path, fmt):
-    from iotbx import shelx
+    from cctbx import xray
     if fmt != "res":
         raise ValueError(fmt)
-    xs = shelx.cctbx_xray_structure_from(file=open(path))
+    xs = xray.structure.from_shelx(filename=path)
     out = Entry()
     uc = xs.unit_cell()
     for sc in xs.scatterers():
@@ -290,7 +294,7 @@ def available(name):
         elif name == "gemmi":
             import gemmi  # noqa: F401
         elif name == "cctbx":
-            from iotbx import shelx  # noqa: F401
+            from cctbx import xray  # noqa: F401
         return True
     except ImportError:
         return False
@@ -447,7 +451,7 @@ def compare(source, target, carries, crystal, cell_tolerance=CELL_TOLERANCE, car
             return "bonds: %d missing, %d extra" % (len(set(src) - set(got)), len(set(got) - set(src)))
         if "orders" in carries:
             for key, o in src.items():
-                if got[key] != o:
+                if got[key] != o and not (isinstance(got[key], tuple) and o in got[key]):
                     return "bond %d-%d: order %s != %s" % (key[0] + 1, key[1] + 1, got[key], o)
     return None
 
@@ -485,6 +489,8 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
         if args.verbose:
             print("interop: %s" % path, file=sys.stderr, flush=True)
         name = os.path.basename(path)
+        if args.max_entries:
+            path = first_entries(args, path, work, args.max_entries)
         try:
             source_entries = read_kora(path, None, keep_going=True)
         except Exception as e:
@@ -527,7 +533,11 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
                         total[key] += len(expected)
                         failures.append(key + (name, "", "unreadable: %s" % str(e).splitlines()[0] if str(e) else type(e).__name__))
                         continue
-                    if len(got) != len(expected) and target == "pdb" and reader != "kora":
+                    if target == "pdb" and reader != "kora" and len(expected) > 1 and got:
+                        # For the peers a PDB file is one structure: they read its first entry
+                        # (up to END) and no more.
+                        got, expected_here = got[:1], expected[:1]
+                    elif len(got) != len(expected) and target == "pdb" and reader != "kora":
                         merged = Entry()
                         for g in got:
                             if g is not None:
@@ -552,7 +562,6 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
                         continue
                     for e, g in zip(expected_here, got):
                         total[key] += 1
-                        crystal = target in ("res", "pdb", "mol2") and has_real_cell(e.cell) and "cell" in CARRIES[target]
                         if g is None:
                             failures.append(key + (name, e.identifier, "entry unreadable"))
                             continue
@@ -561,6 +570,10 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
                             carries.discard("orders")
                         if reader == "gemmi" or reader == "cctbx":
                             carries -= {"charges", "bonds", "orders"}
+                        if reader == "openbabel" and target == "mol2":
+                            carries.discard("cell")  # Open Babel does not read CRYSIN
+                        crystal = (target in ("res", "pdb", "mol2") and has_real_cell(e.cell)
+                                   and "cell" in carries)
                         difference = compare(e, g, carries, crystal and reader != "rdkit",
                                              CELL_PRECISION.get(target, CELL_TOLERANCE),
                                              cartesian=target == "mol2")
@@ -572,6 +585,21 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
                             exceptions.append(key + (name, e.identifier, "source atoms without element"))
                         else:
                             failures.append(key + (name, e.identifier, difference))
+
+
+def first_entries(args, path, work, n):
+    """A copy of the file cut after its first n entries (by the offsets of `kora list`), or the
+    file itself when it holds no more."""
+    listing = subprocess.run([args.kora, "list", path], capture_output=True, text=True,
+                             errors="replace")
+    rows = [line.split("\t") for line in listing.stdout.splitlines()[1:]]
+    if listing.returncode != 0 or len(rows) <= n:
+        return path
+    end = int(rows[n][-1])
+    cut = os.path.join(work, "first-%s" % os.path.basename(path))
+    with open(path, "rb") as source, open(cut, "wb") as out:
+        out.write(source.read(end))
+    return cut
 
 
 def convert(args, path, target, work, entry):
