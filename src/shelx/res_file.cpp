@@ -772,9 +772,8 @@ void ResFile::print(std::ostream& os) const {
     detail::append_fixed(out, 10.0 + occupancy, 5, 11);
     THandle<AtomicDisplacementParameters> const adp = site.atomic_displacement_parameters();
     if (adp && adp->type() == AtomicDisplacementParameters::anisotropic) {
-      // File order U11 U22 U33 U23 U13 U12, continued on a second line.
-      double const u[6] = {adp->u(0, 0), adp->u(1, 1), adp->u(2, 2),
-                           adp->u(1, 2), adp->u(0, 2), adp->u(0, 1)};
+      // Continued on a second line after U22.
+      std::array<double, 6> const u = detail::res_file_order_u(*adp);
       for (int k = 0; k < 6; ++k) {
         if (k == 2) out += " =\n   ";
         out += ' ';

@@ -34,6 +34,11 @@ std::vector<CrystalSymmetryOperator> res_symmetry_cards(Spacegroup const& group,
 // brings atoms within bonding distance of each other when the file is read again.
 std::optional<Cell> res_box_for(Cell const& cell, std::vector<THandle<Atom>> const& atoms);
 
+// Anisotropic U in the order atom lines give them: U11 U22 U33 U23 U13 U12.
+inline std::array<double, 6> res_file_order_u(AtomicDisplacementParameters const& adp) {
+  return {adp.u(0, 0), adp.u(1, 1), adp.u(2, 2), adp.u(1, 2), adp.u(0, 2), adp.u(0, 1)};
+}
+
 // The shortest text that reads back as the same double.
 void append_res_number(std::string& out, double value);
 
