@@ -490,6 +490,57 @@ PYBIND11_MODULE(kora, m) {
           "The isotope's mass number as the file gave it (2 for deuterium); 0 for the natural "
           "mixture.")
       .def_property_readonly(
+          "partial_charge",
+          [](Atom const& a) -> py::object {
+            kora::AtomDetails const* d = a.atom->details();
+            if (!d || !d->has_partial_charge) return py::none();
+            return py::float_(d->partial_charge);
+          },
+          "The partial charge the file gave (Mol2); None when it gave none.")
+      .def_property_readonly(
+          "chain",
+          [](Atom const& a) {
+            kora::AtomDetails const* d = a.atom->details();
+            return d ? d->chain : std::string();
+          },
+          "The chain identifier the file gave (PDB); '' when none.")
+      .def_property_readonly(
+          "residue_name",
+          [](Atom const& a) {
+            kora::AtomDetails const* d = a.atom->details();
+            return d ? d->residue_name : std::string();
+          },
+          "The name of the atom's residue ('ALA', 'HOH'); '' when it is in none.")
+      .def_property_readonly(
+          "residue_number",
+          [](Atom const& a) -> py::object {
+            kora::AtomDetails const* d = a.atom->details();
+            if (!d || d->residue_name.empty()) return py::none();
+            return py::int_(d->residue_number);
+          },
+          "The sequence number of the atom's residue; None when it is in none.")
+      .def_property_readonly(
+          "alt_loc",
+          [](Atom const& a) {
+            kora::AtomDetails const* d = a.atom->details();
+            return d && d->alt_loc != ' ' ? std::string(1, d->alt_loc) : std::string();
+          },
+          "The alternate location indicator (PDB); '' when none.")
+      .def_property_readonly(
+          "model",
+          [](Atom const& a) {
+            kora::AtomDetails const* d = a.atom->details();
+            return d ? d->model : 0;
+          },
+          "The MODEL number the atom was read under (PDB); 0 when the file had none.")
+      .def_property_readonly(
+          "part",
+          [](Atom const& a) {
+            kora::AtomDetails const* d = a.atom->details();
+            return d ? d->part : 0;
+          },
+          "The disorder part (SHELX PART); 0 for the common part.")
+      .def_property_readonly(
           "coordinates", [](Atom const& a) { return position(a, false); },
           "Cartesian coordinates in angstroms; None when the atom has no position.")
       .def_property_readonly(

@@ -366,6 +366,9 @@ class TestPdbExample:
         assert [a.atomic_number for a in atoms] == [8, 11, 8]
         assert [a.formal_charge for a in atoms] == [0, 1, 0]
         assert [a.residue for a in atoms] == ["HOH1", "NA2", None]
+        assert [(a.chain, a.residue_name, a.residue_number) for a in atoms] == [
+            ("A", "HOH", 1), ("A", "NA", 2), ("A", "", None)]
+        assert [(a.model, a.alt_loc, a.part, a.partial_charge) for a in atoms] == [(0, "", 0, None)] * 3
 
 
 def test_empty_molecule_arrays(write_text):

@@ -299,16 +299,15 @@ void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::strin
       out += '\n';
     }
   }
-  if (!bonds.empty()) {
-    out += "@<TRIPOS>BOND\n";
-    for (std::size_t b = 0; b < bonds.size(); ++b) {
-      append_int(out, static_cast<long long>(b) + 1, 6);
-      append_int(out, bonds[b].origin, 6);
-      append_int(out, bonds[b].target, 6);
-      out += ' ';
-      append_right(out, bonds[b].code, 4);
-      out += '\n';
-    }
+  // The BOND section is written also when empty: Open Babel drops a molecule without one.
+  out += "@<TRIPOS>BOND\n";
+  for (std::size_t b = 0; b < bonds.size(); ++b) {
+    append_int(out, static_cast<long long>(b) + 1, 6);
+    append_int(out, bonds[b].origin, 6);
+    append_int(out, bonds[b].target, 6);
+    out += ' ';
+    append_right(out, bonds[b].code, 4);
+    out += '\n';
   }
   if (!substructures.empty()) {
     out += "@<TRIPOS>SUBSTRUCTURE\n";

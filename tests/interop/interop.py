@@ -389,8 +389,10 @@ def without_isotopes(entry):
 
 def compare(source, target, carries, crystal, cell_tolerance=CELL_TOLERANCE, cartesian=False):
     """The first difference between two entries, or None. In a crystal the atoms are compared
-    as sites up to symmetry, unless `cartesian` (the target format gives Cartesian atoms and a
-    cell, but not the frame they are in)."""
+    as sites up to symmetry, unless `cartesian`: the target format gives Cartesian atoms and a
+    cell, and the frame they are in is the file's own (Mol2 has none; a PDB SCALE is rounded to
+    six decimals, and readers that take the cell's standard frame place atoms of a long axis a
+    few thousandths of an angstrom apart in fractional terms)."""
     if "isotopes" not in carries:
         source, target = without_isotopes(source), without_isotopes(target)
     if crystal:
@@ -560,10 +562,17 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
                         else:
                             failures.append(row)
                         continue
-                    for e, g in zip(expected_here, got):
+                    if reader == "openbabel" and target == "pdb" and got and got[0] is not None:
+                        # Open Babel reads the first MODEL of a PDB file and no more.
+                        expected_here = [first_model(e, out_path) for e in expected_here]
+                    for position, (e, g) in enumerate(zip(expected_here, got)):
                         total[key] += 1
                         if g is None:
-                            failures.append(key + (name, e.identifier, "entry unreadable"))
+                            reason = unreadable_reason(reader, target, out_path, position, e)
+                            if reason is not None:
+                                exceptions.append(key + (name, e.identifier, reason))
+                            else:
+                                failures.append(key + (name, e.identifier, "entry unreadable"))
                             continue
                         carries = set(CARRIES[target])
                         if reader == "kora" and target == "pdb":
@@ -576,15 +585,115 @@ def compare_corpus(args, readers, work, agree, total, failures, exceptions):
                                    and "cell" in carries)
                         difference = compare(e, g, carries, crystal and reader != "rdkit",
                                              CELL_PRECISION.get(target, CELL_TOLERANCE),
-                                             cartesian=target == "mol2")
+                                             cartesian=target in ("mol2", "pdb"))
                         if difference is None:
                             agree[key] += 1
-                        elif any(el == "" for el, _, _ in e.atoms):
-                            # Atom types that name no element (GAFF, AMBER): kora reads no
-                            # element, and the target format holds one.
-                            exceptions.append(key + (name, e.identifier, "source atoms without element"))
+                            continue
+                        reason = peer_convention(reader, target, difference, e, g)
+                        if reason is None and source_fmt == target and reader != "kora":
+                            reason = same_as_source(reader, target, path, position, e, g,
+                                                    carries, crystal, args.timeout)
+                        if reason is not None:
+                            exceptions.append(key + (name, e.identifier, reason))
                         else:
                             failures.append(key + (name, e.identifier, difference))
+
+
+def without_element(entry):
+    # Atom types that name no element (GAFF, AMBER, lone pairs, R groups): the source holds
+    # atoms without element, and the target format needs one.
+    return any(el == "" for el, _, _ in entry.atoms)
+
+
+_CHARGE = re.compile(r"atom (\d+) \(N\): charge 1 != 0$")
+
+
+def peer_convention(reader, target, difference, source, got):
+    """Why a difference is the peer's reading convention rather than a loss, or None."""
+    if without_element(source):
+        return "source atoms without element"
+    match = _CHARGE.match(difference)
+    if reader == "rdkit" and target == "pdb" and match:
+        atom = int(match.group(1)) - 1
+        degree = sum(1 for i, j, _ in got.bonds if atom in (i, j))
+        if degree == 4:
+            return "RDKit's PDB reader charges a nitrogen with four bonds +1"
+    return None
+
+
+def unreadable_reason(reader, target, out_path, position, source):
+    """Why a peer refuses an entry kora wrote, when the reason is the peer's, or None."""
+    if without_element(source):
+        return "source atoms without element"
+    if reader == "rdkit" and target == "mol2":
+        text = open(out_path, encoding="latin-1").read()
+        blocks = text.split("@<TRIPOS>MOLECULE")[1:]
+        if position >= len(blocks):
+            return None
+        block = blocks[position]
+        atoms = block.split("@<TRIPOS>ATOM")[1].split("@<TRIPOS>")[0].split("\n")
+        types = {}
+        for line in atoms:
+            fields = line.split()
+            if len(fields) >= 6:
+                types[fields[0]] = fields[5]
+        if "D" in types.values():
+            return "Mol2 has no deuterium type; RDKit refuses kora's D"
+        bonds = block.split("@<TRIPOS>BOND")[1].split("@<TRIPOS>")[0].split("\n") \
+            if "@<TRIPOS>BOND" in block else []
+        for line in bonds:
+            fields = line.split()
+            if len(fields) >= 3:
+                pair = sorted((types.get(fields[1], ""), types.get(fields[2], "")))
+                if pair[1] == "P.3" and pair[0] == "O.co2" or pair == ["O.co2", "P.3"]:
+                    return "RDKit refuses O.co2 on phosphorus (SYBYL's phosphate oxygen)"
+        if all(len(line.split()) < 6 for line in atoms):
+            return "RDKit refuses a Mol2 molecule without atoms"
+    return None
+
+
+def first_model(entry, out_path):
+    """The entry cut to the atoms of its first MODEL, as kora wrote them, or the entry."""
+    count, inside = 0, False
+    with open(out_path, encoding="latin-1") as f:
+        for line in f:
+            if line.startswith("MODEL"):
+                if inside:
+                    break
+                inside = True
+            elif line.startswith("ENDMDL"):
+                break
+            elif inside and line.startswith(("ATOM", "HETATM")):
+                count += 1
+    if not inside or count >= len(entry.atoms):
+        return entry
+    cut = Entry(entry.identifier)
+    cut.atoms = entry.atoms[:count]
+    cut.bonds = [b for b in entry.bonds if b[1] < count]
+    cut.cell, cut.ops = entry.cell, entry.ops
+    cut.fractional = {k: v for k, v in entry.fractional.items() if k < count}
+    return cut
+
+
+_SOURCE_READS = {}
+
+
+def same_as_source(reader, fmt, path, position, source, got, carries, crystal, timeout):
+    """When a peer reads kora's file of a structure as it reads the original file of the same
+    format, the difference is the peer's own reading: the reason, or None."""
+    key = (reader, path)
+    if key not in _SOURCE_READS:
+        try:
+            _SOURCE_READS[key] = call_with_time_limit(READERS[reader][0], (path, fmt), timeout)
+        except Exception:  # noqa: BLE001 - a peer that cannot read the source excuses nothing
+            _SOURCE_READS[key] = None
+    original = _SOURCE_READS[key]
+    if not original or position >= len(original) or original[position] is None:
+        return None
+    if compare(original[position], got, carries, crystal,
+               CELL_PRECISION.get(fmt, CELL_TOLERANCE), cartesian=fmt in ("mol2", "pdb")) is None:
+        return "the peer reads the original file the same way"
+    return None
 
 
 def first_entries(args, path, work, n):

@@ -385,6 +385,8 @@ TEST(Mol2Standard, CrystalRecordOnlyWithCrystalData) {
   };
   for (Case const& c : cases) {
     std::string const text = write_standard(maker_of({molecule}, c.cell, c.has_cell));
+    // A molecule without bonds still has its BOND section (some readers drop it otherwise).
+    EXPECT_NE(text.find("@<TRIPOS>BOND\n"), std::string::npos) << text;
     std::vector<std::string> const crysin = section(text, "CRYSIN");
     if (*c.crysin == '\0') {
       EXPECT_EQ(text.find("CRYSIN"), std::string::npos) << text;
