@@ -180,6 +180,39 @@ class PairSet {
   std::uint64_t* slots_ = nullptr;
 };
 
+constexpr int arginine = 2;  // residue kinds count the twenty amino acids alphabetically
+
+// The atom's name as the file gave it, without the alternate location the label ends with.
+std::string_view atom_name(Atom const& atom) {
+  std::string_view name = atom.label();
+  AtomDetails const* d = atom.details();
+  if (d && d->alt_loc != ' ' && !name.empty() && name.back() == d->alt_loc) name.remove_suffix(1);
+  return name;
+}
+
+// Standard reading: the orders the residue typer leaves open in standard amino acids. The
+// typer gives the carbonyls, carboxylates and aromatic rings theirs; arginine's guanidinium
+// has its double bond at NH2 (as the chemical component dictionary draws it), and every other
+// bond between atoms of the twenty residues (the rest of each residue, peptide links,
+// disulfides) is single. Leaving them unknown makes other programs guess, and fail to place
+// the double bonds of the aromatic rings next to them.
+void complete_residue_bond_orders(Molecule& molecule) {
+  for (auto it = molecule.bonds_begin(); it != molecule.bonds_end(); ++it) {
+    THandle<Bond> const bond = *it;
+    if (bond->type() != unknown_bond) continue;
+    ProteinAtom const* first = bond->atom1()->protein_atom();
+    ProteinAtom const* second = bond->atom2()->protein_atom();
+    if (!first || !second || first->residue_kind() == 0 || second->residue_kind() == 0) continue;
+    bool guanidinium = false;
+    if (first->residue_kind() == arginine && first->residue_label() == second->residue_label()) {
+      std::string_view const a = atom_name(*bond->atom1());
+      std::string_view const b = atom_name(*bond->atom2());
+      guanidinium = (a == "CZ" && b == "NH2") || (a == "NH2" && b == "CZ");
+    }
+    bond->set_type(guanidinium ? double_bond : single_bond);
+  }
+}
+
 }  // namespace
 
 // Everything one read works with: the model being read (its atoms and bonds, the serial
@@ -502,6 +535,7 @@ void PdbFile::read(std::istream& is) {
   state.finish_model(true);
   for (THandle<Molecule> const& molecule : *molecules_) {
     PdbResidueBondTyper().apply(molecule->bonds_begin(), molecule->bonds_end());
+    if (standard) complete_residue_bond_orders(*molecule);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "kora/kernel/string_functions.hpp"
 #include "pdb_test_support.hpp"
 
 namespace {
@@ -124,6 +125,48 @@ TEST(PdbStandardRead, ConectRepeatsGiveBondOrders) {
         standard ? std::vector<int>{single_bond, double_bond, triple_bond}
                  : std::vector<int>{unknown_bond, unknown_bond, unknown_bond};
     EXPECT_EQ(types, expected);
+  }
+}
+
+TEST(PdbStandardRead, AminoAcidBondsAllHaveOrders) {
+  // Standard reading leaves no bond of an amino acid unknown: guanidinium double at NH2,
+  // carbonyl double, the rest single. Classic reading types the carbonyl only.
+  struct Atom {
+    char const* name;
+    double x, y, z;
+  };
+  Atom const arginine[] = {
+      {" N  ", 0.647, 1.909, 4.005}, {" CA ", 1.496, 1.609, 2.837}, {" C  ", 0.798, 0.609, 1.876},
+      {" O  ", 0.878, 0.778, 0.651}, {" CB ", 2.847, 1.020, 3.305}, {" CG ", 3.752, 0.607, 2.149},
+      {" CD ", 4.226, 1.699, 1.244}, {" NE ", 5.143, 2.571, 2.035}, {" CZ ", 5.758, 3.609, 1.443},
+      {" NH1", 5.539, 3.932, 0.158}, {" NH2", 6.601, 4.322, 2.202}};
+  std::string text;
+  char line[96];
+  int serial = 0;
+  for (Atom const& a : arginine) {
+    std::snprintf(line, sizeof line, "ATOM  %5d %s ARG A  10    %8.3f%8.3f%8.3f  1.00  5.00\n",
+                  ++serial, a.name, a.x, a.y, a.z);
+    text += line;
+  }
+  for (bool standard : {false, true}) {
+    SCOPED_TRACE(standard ? "standard" : "classic");
+    PdbFile const file = read_with(text, standard);
+    std::vector<std::string> orders;
+    for (THandle<Molecule> const& m : *file.molecules()) {
+      for (THandle<Bond> const& b : m->bonds()) {
+        std::string a = trim(b->atom1()->label(), " "), c = trim(b->atom2()->label(), " ");
+        if (c < a) std::swap(a, c);
+        orders.push_back(a + "-" + c + ":" + std::to_string(b->type()));
+      }
+    }
+    std::sort(orders.begin(), orders.end());
+    std::vector<std::string> const expected =
+        standard
+            ? std::vector<std::string>{"C-CA:1",  "C-O:2",   "CA-CB:1", "CA-N:1",   "CB-CG:1",
+                                       "CD-CG:1", "CD-NE:1", "CZ-NE:1", "CZ-NH1:1", "CZ-NH2:2"}
+            : std::vector<std::string>{"C-CA:0",  "C-O:2",   "CA-CB:0", "CA-N:0",   "CB-CG:0",
+                                       "CD-CG:0", "CD-NE:0", "CZ-NE:0", "CZ-NH1:0", "CZ-NH2:0"};
+    EXPECT_EQ(orders, expected);
   }
 }
 

@@ -473,10 +473,11 @@ TEST(PdbStandardWrite, RoundTripThroughStandardReading) {
       make_atom("CA", "Ca", Point(20, 0, 0), b_factor("CA", 301, "B", true, 31), 2),
       make_atom("FE", "Fe", Point(-25.5, 0.125, 7.75), b_factor("FE", 302, "B", true, 32), 3),
   };
-  // Bonds within a residue come back from its geometry, without order, and the residue
-  // bond typing makes C=O double; the ligand's come from CONECT with their orders.
-  THandle<Molecule> const m = make_molecule(atoms, {{0, 1, unknown_bond},
-                                                    {1, 2, unknown_bond},
+  // Bonds within a residue come back from its geometry: the residue bond typing makes C=O
+  // double and the rest of an amino acid single; the ligand's come from CONECT with their
+  // orders.
+  THandle<Molecule> const m = make_molecule(atoms, {{0, 1, single_bond},
+                                                    {1, 2, single_bond},
                                                     {2, 3, double_bond},
                                                     {4, 5, double_bond},
                                                     {4, 6, single_bond}});
