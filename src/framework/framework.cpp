@@ -39,30 +39,106 @@ void MoleculeFile::read(std::string const& file_name) {
   read(static_cast<std::istream&>(in));
 }
 
-detail::FileBytes::~FileBytes() {
+namespace {
+
+// Reads bytes [begin, begin + size) of an open file into `text`; false when the file ends
+// before them or cannot be read.
+bool read_at(int descriptor, std::int64_t begin, std::size_t size, std::string& text) {
+  text.resize(size);
+  std::size_t done = 0;
+  while (done < size) {
+    ssize_t const n = ::pread(descriptor, text.data() + done, size - done,
+                              static_cast<off_t>(begin + static_cast<std::int64_t>(done)));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+// FNV-1a over the first and the last block of the first `size` bytes of a file (the whole
+// of them when they are shorter than two blocks); false when they cannot be read.
+bool checksum_of_ends(int descriptor, std::int64_t size, std::uint64_t& sum) {
+  constexpr auto block = static_cast<std::int64_t>(detail::IndexedFile::checked_block);
+  std::string bytes;
+  std::uint64_t hash = 14695981039346656037ull;
+  auto const add = [&](std::int64_t begin, std::int64_t end) {
+    if (!read_at(descriptor, begin, static_cast<std::size_t>(end - begin), bytes)) return false;
+    for (char const c : bytes) {
+      hash ^= static_cast<unsigned char>(c);
+      hash *= 1099511628211ull;
+    }
+    return true;
+  };
+  bool const read = size <= 2 * block ? add(0, size) : add(0, block) && add(size - block, size);
+  sum = hash;
+  return read;
+}
+
+}  // namespace
+
+detail::IndexedFile::IndexedFile(std::string file_name)
+    : file_name_(std::move(file_name)), state_(FileState::of(file_name_)), accepted_(state_) {
+  if (state_.kind != FileState::regular) return;
+  // A descriptor of its own: reading opens the file afresh, so that a file that cannot be
+  // opened by then is reported as such.
+  int const descriptor = ::open(file_name_.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return;
+  summed_ = checksum_of_ends(descriptor, static_cast<std::int64_t>(state_.size), checksum_);
+  ::close(descriptor);
+}
+
+detail::IndexedFile::~IndexedFile() {
   if (descriptor_ >= 0) ::close(descriptor_);
 }
 
-detail::FileBytes::Result detail::FileBytes::read(std::int64_t begin, std::int64_t end,
-                                                  std::string& text) const {
-  if (descriptor_ < 0) {
-    descriptor_ = ::open(file_name_.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor_ < 0) return failure;
+bool detail::IndexedFile::open_() const {
+  if (descriptor_ < 0) descriptor_ = ::open(file_name_.c_str(), O_RDONLY | O_CLOEXEC);
+  return descriptor_ >= 0;
+}
+
+bool detail::IndexedFile::holds_indexed_bytes_(FileState const& now) const {
+  if (now == accepted_) return true;
+  if (now.kind != FileState::regular || now.device != state_.device || now.inode != state_.inode ||
+      now.size < state_.size || !summed_) {
+    return false;
   }
-  text.resize(static_cast<std::size_t>(end - begin));
-  std::size_t done = 0;
-  while (done < text.size()) {
-    ssize_t const n = ::pread(descriptor_, text.data() + done, text.size() - done,
-                              static_cast<off_t>(begin + static_cast<std::int64_t>(done)));
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return failure;
-    if (n == 0) {
-      text.resize(done);
-      return short_read;
-    }
-    done += static_cast<std::size_t>(n);
+  std::uint64_t sum = 0;
+  if (!checksum_of_ends(descriptor_, static_cast<std::int64_t>(state_.size), sum) ||
+      sum != checksum_) {
+    return false;
   }
-  return complete;
+  accepted_ = now;
+  return true;
+}
+
+detail::IndexedFile::Result detail::IndexedFile::read(std::int64_t begin, std::int64_t end,
+                                                      std::string& text) const {
+  FileState const now = FileState::of(file_name_);
+  if (now.kind == FileState::missing || !open_()) return missing;
+  if (!holds_indexed_bytes_(now)) return changed;
+  if (end <= begin) {
+    text.clear();
+    return complete;
+  }
+  if (read_at(descriptor_, begin, static_cast<std::size_t>(end - begin), text)) return complete;
+  // Shorter than indexed (truncated since it was examined) or unreadable.
+  return FileState::of(file_name_).kind == FileState::missing ? missing : changed;
+}
+
+std::vector<std::int64_t> detail::entry_ends(std::vector<std::streampos> const& positions,
+                                             std::int64_t size) {
+  std::vector<std::int64_t> starts;
+  starts.reserve(positions.size());
+  for (std::streampos const p : positions)
+    starts.push_back(static_cast<std::int64_t>(std::streamoff(p)));
+  std::vector<std::int64_t> sorted = starts;
+  std::sort(sorted.begin(), sorted.end());
+  for (std::int64_t& at : starts) {
+    auto const next = std::upper_bound(sorted.begin(), sorted.end(), at);
+    at = next == sorted.end() ? std::max(at, size) : *next;
+  }
+  return starts;
 }
 
 FileState FileState::of(std::string const& file_name) noexcept {

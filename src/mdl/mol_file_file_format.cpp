@@ -10,9 +10,8 @@ namespace kora {
 THandle<Database<CrystalStructureDatabaseEntry>> MolFileFileFormat::make_database(
     OpenParameters const& parameters) const {
   if (!identify(parameters.file_name)) return {};
-  return THandle<Database<CrystalStructureDatabaseEntry>>(
-      make_handle<FlatFileDatabase<CrystalStructureDatabaseEntry, SDfileDatabaseReader, MolFile>>(
-          parameters.file_name, compliance_));
+  return make_flat_file_database<SDfileDatabaseReader, MolFile>(parameters, compliance_,
+                                                                parameters.read_options);
 }
 
 THandle<MoleculeFile> MolFileFileFormat::make_molecule_file(

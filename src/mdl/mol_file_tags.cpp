@@ -42,10 +42,14 @@ void MolFile::TagCollection::set(std::string const& name, THandle<Values> const&
 }
 
 void MolFile::TagCollection::read(std::istream& is) {
+  read_(is, {});
+}
+
+void MolFile::TagCollection::read_(std::istream& is, std::string_view first_header) {
   if (is.eof()) return;
-  std::string header;
+  std::string header(first_header);
   auto values = make_handle<Values>();
-  bool inside = false;
+  bool inside = !header.empty();
   auto const store = [&] {
     if (inside) {
       (*items_)[parse_key_in(header)] = values;

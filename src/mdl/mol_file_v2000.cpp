@@ -101,6 +101,7 @@ void MolFile::read_V2000(std::istream& is) {
   bool ended = false;
   std::string line;
   std::string symbol;
+  std::string first_header;  // a data header that ended the table
   while (!is.eof()) {
     kora::getline(is, line);
     if (line.find("$$$$") != std::string::npos || detail::stream_exhausted(is, line)) {
@@ -146,6 +147,12 @@ void MolFile::read_V2000(std::istream& is) {
     } else {
       if (nlists != 0) throw std::runtime_error("Atom lists present, unable to process these");
       if (nstext != 0) throw std::runtime_error("Stext entries present, unable to process these");
+      // Standard reading: a data header ends a table that has no "M  END" (older files).
+      if (std::string_view const text = trim_view(line, " \t");
+          read_options().standard() && !text.empty() && text.front() == '>') {
+        first_header.assign(text);
+        break;
+      }
       if (line.size() < 6) continue;
       if (k == natoms + nbonds + nlists + 1 && has_nonzero_digit(column(line, 0, 3))) {
         throw std::runtime_error("Unexpected additional line in Bond block");
@@ -163,7 +170,7 @@ void MolFile::read_V2000(std::istream& is) {
     }
   }
 
-  if (!ended) tags_->read(is);
+  if (!ended) tags_->read_(is, first_header);
   if (zero_z == natoms && dimensional_code_ != "3D" && dimensional_code_ != "3d") two_d_ = true;
   record_structure_details_(zero_z == static_cast<int>(atoms->size()));
   try {

@@ -217,6 +217,7 @@ void MolFile::read_V3000(std::istream& is) {
   };
 
   bool ended = false;
+  bool cut_short = false;  // the text ended before "M  END" or "$$$$"
   std::string line;
   std::string logical;
   bool continued = false;
@@ -224,6 +225,7 @@ void MolFile::read_V3000(std::istream& is) {
     kora::getline(is, line);
     if (line.find("$$$$") != std::string::npos || detail::stream_exhausted(is, line)) {
       ended = true;
+      cut_short = detail::stream_exhausted(is, line);
       break;
     }
     if (detail::begins_with(line, "M  END")) break;
@@ -240,13 +242,16 @@ void MolFile::read_V3000(std::istream& is) {
     continued = continues;
     if (!continued) handle(logical);
   }
-  if (block == Block::atom) throw std::runtime_error("Atom block incomplete - no END ATOM line");
-  if (block == Block::bond) throw std::runtime_error("Bond block incomplete - no END BOND line");
-  if (static_cast<int>(atoms->size()) < announced_atoms) {
-    throw std::runtime_error(detail::short_atom_block_message);
-  }
-  if (static_cast<int>(bonds->size()) < announced_bonds) {
-    throw std::runtime_error("Bond block incomplete - not enough bond lines");
+  // Standard reading takes a table cut short by the end of the text as far as it goes.
+  if (!(cut_short && read_options().standard())) {
+    if (block == Block::atom) throw std::runtime_error("Atom block incomplete - no END ATOM line");
+    if (block == Block::bond) throw std::runtime_error("Bond block incomplete - no END BOND line");
+    if (static_cast<int>(atoms->size()) < announced_atoms) {
+      throw std::runtime_error(detail::short_atom_block_message);
+    }
+    if (static_cast<int>(bonds->size()) < announced_bonds) {
+      throw std::runtime_error("Bond block incomplete - not enough bond lines");
+    }
   }
 
   if (!ended) tags_->read(is);

@@ -11,9 +11,7 @@ namespace kora {
 THandle<Database<CrystalStructureDatabaseEntry>> PdbFileFormat::make_database(
     OpenParameters const& parameters) const {
   if (!identify(parameters.file_name)) return {};
-  return THandle<Database<CrystalStructureDatabaseEntry>>(
-      make_handle<FlatFileDatabase<CrystalStructureDatabaseEntry, PdbDatabaseReader, PdbFile>>(
-          parameters.file_name));
+  return make_flat_file_database<PdbDatabaseReader, PdbFile>(parameters);
 }
 
 THandle<MoleculeFile> PdbFileFormat::make_molecule_file(OpenParameters const& parameters) const {

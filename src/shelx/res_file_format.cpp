@@ -18,9 +18,7 @@ bool takes(FileFormat::OpenParameters const& parameters) {
 THandle<Database<CrystalStructureDatabaseEntry>> ResFileFormat::make_database(
     OpenParameters const& parameters) const {
   if (!takes(parameters)) return {};
-  return THandle<Database<CrystalStructureDatabaseEntry>>(
-      make_handle<FlatFileDatabase<CrystalStructureDatabaseEntry, ResDatabaseReader, ResFile>>(
-          parameters.file_name));
+  return make_flat_file_database<ResDatabaseReader, ResFile>(parameters);
 }
 
 THandle<MoleculeFile> ResFileFormat::make_molecule_file(OpenParameters const& parameters) const {

@@ -167,6 +167,97 @@ TEST_F(FlatFileDatabaseTest, ReaderArgumentsErrorsAndDeletedFiles) {
   }
 }
 
+// Lists the positions it is given, whatever the file holds, naming entries "E0", "E1", ...
+class ListedReader : public FlatFileDatabaseReader {
+ public:
+  ListedReader(std::string const& file_name, std::vector<std::streamoff> positions)
+      : FlatFileDatabaseReader(file_name), positions_(std::move(positions)) {}
+  void parse(std::vector<DatabaseEntryIdentifier>& identifiers,
+             std::vector<std::streampos>& positions) const override {
+    for (std::streamoff const at : positions_) {
+      identifiers.emplace_back("E" + std::to_string(identifiers.size()));
+      positions.emplace_back(at);
+    }
+  }
+
+ private:
+  std::vector<std::streamoff> positions_;
+};
+
+using ListedDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, ListedReader, ToyFile>;
+
+// An entry runs to the next entry's start in the file, not to the next position of the
+// index: entries indexed at one position (or out of order) each read their whole entry.
+TEST_F(FlatFileDatabaseTest, EntriesAtOnePositionReadToTheEntrysRealEnd) {
+  std::string const text = "BEGIN a\nC 0 0 0\nO 1 0 0\nBEGIN b\nN 0 0 0\n";
+  std::streamoff const b = static_cast<std::streamoff>(text.find("BEGIN b"));
+  struct Case {
+    std::vector<std::streamoff> positions;
+    std::vector<int> atoms;  // of each listed entry
+  };
+  Case const cases[] = {
+      {{0, 0, b}, {2, 2, 1}},
+      {{0, b, b}, {2, 1, 1}},
+      {{b, 0, 0}, {1, 2, 2}},
+      // Past the end of the file when it was examined: written while it was indexed.
+      {{0, b, static_cast<std::streamoff>(text.size()) + 5}, {2, 1}},
+  };
+  std::string const path = write(text);
+  for (Case const& c : cases) {
+    ListedDatabase const db(path, c.positions);
+    ASSERT_EQ(db.size(), static_cast<int>(c.atoms.size()));
+    for (int i = 0; i < db.size(); ++i) {
+      auto const maker = db.entry(i)->crystal_maker();
+      EXPECT_EQ(maker->molecule(0)->natoms(), c.atoms[static_cast<std::size_t>(i)])
+          << "entry " << i << " of " << ::testing::PrintToString(c.positions);
+    }
+  }
+  try {
+    ListedDatabase const db(path, std::vector<std::streamoff>{0, -1});
+    ADD_FAILURE() << "no exception";
+  } catch (database_error const& e) {
+    EXPECT_EQ(std::string(e.what()), "FlatFileDatabase: the index of " + path +
+                                         " has a position before the start of "
+                                         "the file");
+  }
+}
+
+// A file longer than the two blocks whose checksum is kept: appending reads on, a change in
+// the first or the last indexed block is refused.
+TEST_F(FlatFileDatabaseTest, LargeFileIsCheckedAtBothEnds) {
+  std::string text;
+  int entries = 0;
+  while (text.size() < 3 * detail::IndexedFile::checked_block) {
+    text += "BEGIN m" + std::to_string(entries++) + "\nC 0 0 0\nO 1.2 0 0\n";
+  }
+  std::string const path = write(text);
+  std::string const changed = "FlatFileDatabase::entry: couldn't retrieve entry 1: " + path +
+                              " has changed since it was indexed";
+  auto const entry_error = [](ToyDatabase const& db, int i) {
+    try {
+      db.entry(i);
+    } catch (database_error const& e) {
+      return std::string(e.what());
+    }
+    return std::string("(no error)");
+  };
+  auto const rewrite = [&](std::size_t at, char c) {
+    std::string t = text;
+    t[at] = c;
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << t << "BEGIN more\n";
+  };
+  for (std::size_t const at : {std::size_t(0), text.size() - 3}) {
+    ToyDatabase const db(path);
+    ASSERT_EQ(db.size(), entries);
+    std::ofstream(path, std::ios::binary | std::ios::app) << "BEGIN appended\nC 0 0 0\n";
+    EXPECT_EQ(entry_error(db, 1), "(no error)");
+    EXPECT_EQ(entry_error(db, entries - 1), "(no error)");
+    rewrite(at, 'X');
+    EXPECT_EQ(entry_error(db, 1), changed) << "byte " << at;
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+  }
+}
+
 TEST_F(FlatFileDatabaseTest, DefaultsOfAReadOnlyDatabase) {
   ToyDatabase db(write("BEGIN a\n"));
   EXPECT_FALSE(db.writable());

@@ -90,7 +90,7 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
   if (!std::filesystem::is_regular_file(file_name, ec)) {
     throw MissingFile(file_name + ": no such file");
   }
-  FileFormat::OpenParameters parameters{file_name, extension_of(file_name)};
+  FileFormat::OpenParameters parameters{file_name, extension_of(file_name), options};
   THandle<FileFormat> format;
   if (!from.empty()) {
     format_ = canonical_format(from);
@@ -114,8 +114,6 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
     throw Failure(file_name + ": " + e.what());
   }
   if (!database_) throw UnknownFormat(file_name + ": not a " + format->name());
-  if (auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(database_))
-    index->set_read_options(options);
   if (database_->size() > 0) return;
   // The index found no entry: read the file as one structure.
   std::unique_ptr<MoleculeFile> file = make_file_object(format_);

@@ -8,6 +8,7 @@
 
 #include "kora/framework/database.hpp"
 #include "kora/framework/molecule_file.hpp"
+#include "kora/framework/options.hpp"
 #include "kora/kernel/database_entry.hpp"
 #include "kora/kernel/handle.hpp"
 
@@ -19,6 +20,9 @@ class FileFormat {
   struct OpenParameters {
     std::string file_name;
     std::string extension;  // without a leading dot
+    // How a database made here reads its entries, and, where a format's index depends on
+    // it, how it is indexed (classic unless set).
+    ReadOptions read_options{};
   };
 
   // How SD file indexes name their records: normalised_identifiers makes the short

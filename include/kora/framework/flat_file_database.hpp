@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "kora/framework/database.hpp"
+#include "kora/framework/file_format.hpp"
 #include "kora/framework/molecule_file.hpp"
 #include "kora/kernel/database_entry_identifier.hpp"
 #include "kora/kernel/handle.hpp"
@@ -54,8 +55,7 @@ class FlatFileDatabaseIndex {
 };
 
 // What a file was when it was examined: its kind, size, last modification time and identity
-// (device and inode). A database compares the file with the state it had when it was
-// indexed before every read, since the positions of its entries hold only for that file.
+// (device and inode).
 struct FileState {
   enum Kind { missing, regular, other };  // missing: absent or cannot be examined
 
@@ -72,23 +72,50 @@ struct FileState {
 
 namespace detail {
 
-// Byte ranges of a file, read through one descriptor opened at the first read and kept open.
-class FileBytes {
+// The file a database indexed, held to the bytes it had when it was examined. Its state and
+// a checksum of its first and last blocks are taken before indexing. Every read compares the
+// file with them: a file whose size and time are unchanged reads on at once; one that was
+// touched or appended to reads on once its first and last indexed blocks are found
+// unchanged (an append leaves the indexed bytes where they were); one that is shorter, is
+// another file (other device or inode) or whose indexed blocks differ is refused, since the
+// positions of its entries may no longer hold. Bytes are read through one descriptor,
+// opened at the first read and kept open.
+class IndexedFile {
  public:
-  explicit FileBytes(std::string file_name) : file_name_(std::move(file_name)) {}
-  ~FileBytes();
-  FileBytes(FileBytes const&) = delete;
-  FileBytes& operator=(FileBytes const&) = delete;
+  explicit IndexedFile(std::string file_name);
+  ~IndexedFile();
+  IndexedFile(IndexedFile const&) = delete;
+  IndexedFile& operator=(IndexedFile const&) = delete;
 
-  // Bytes [begin, end) of the file into `text`. Failure when the file cannot be opened;
-  // short when it ends before `end`.
-  enum Result { complete, failure, short_read };
+  // The state taken before indexing; its size is where the indexed bytes end.
+  FileState const& state() const { return state_; }
+
+  // Bytes [begin, end) of the indexed bytes into `text`. missing: the file is gone or cannot
+  // be opened or read; changed: it no longer holds the bytes it was indexed with.
+  enum Result { complete, missing, changed };
   Result read(std::int64_t begin, std::int64_t end, std::string& text) const;
 
+  // The length of the first and of the last block whose checksum is kept.
+  static constexpr std::size_t checked_block = std::size_t(1) << 16;
+
  private:
+  bool open_() const;
+  // Whether the file, now in state `now`, still holds the indexed bytes.
+  bool holds_indexed_bytes_(FileState const& now) const;
+
   std::string file_name_;
+  FileState state_;
+  bool summed_ = false;  // whether the checksum could be taken
+  std::uint64_t checksum_ = 0;
+  mutable FileState accepted_;  // the last state found to hold the indexed bytes
   mutable int descriptor_ = -1;
 };
+
+// Where each entry's bytes end: at the nearest start of another entry after its own start,
+// else at `size`, the end of the indexed bytes; so that two entries indexed at one position
+// both read to the real end of the entry rather than one of them reading nothing.
+std::vector<std::int64_t> entry_ends(std::vector<std::streampos> const& positions,
+                                     std::int64_t size);
 
 }  // namespace detail
 
@@ -99,11 +126,13 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
  public:
   // Indexes the file with Reader(file_name, reader_arguments...); its errors pass through. A
   // name that leads to anything but a regular file (a directory, a device, a pipe) throws
-  // database_error: entries are read by seeking.
+  // database_error: entries are read by seeking. Entries the reader finds beyond the size
+  // the file had when it was examined (written while it was being indexed) are left out; a
+  // negative position throws database_error.
   template <class... ReaderArguments>
   explicit FlatFileDatabase(std::string const& file_name, ReaderArguments&&... reader_arguments)
-      : file_name_(file_name), state_(FileState::of(file_name)), file_(make_handle<File>()) {
-    if (state_.kind == FileState::other) {
+      : file_name_(file_name), indexed_(file_name), file_(make_handle<File>()) {
+    if (indexed_.state().kind == FileState::other) {
       throw database_error("FlatFileDatabase: " + file_name + " is not a regular file");
     }
     auto const reader =
@@ -113,6 +142,24 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
       throw database_error("FlatFileDatabase: the index of " + file_name +
                            " has different numbers of identifiers and positions");
     }
+    auto const size = static_cast<std::int64_t>(indexed_.state().size);
+    std::size_t kept = 0;
+    for (std::size_t k = 0; k < positions_.size(); ++k) {
+      std::streamoff const at = positions_[k];
+      if (at < 0) {
+        throw database_error("FlatFileDatabase: the index of " + file_name +
+                             " has a position before the start of the file");
+      }
+      if (at > size) continue;
+      if (kept != k) {
+        positions_[kept] = positions_[k];
+        identifiers_[kept] = std::move(identifiers_[k]);
+      }
+      ++kept;
+    }
+    positions_.resize(kept);
+    identifiers_.resize(kept);
+    ends_ = detail::entry_ends(positions_, size);
   }
 
   std::string const& file_name() const override { return file_name_; }
@@ -133,34 +180,23 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   }
   void flush() override {}
 
-  // Entry i, read from the file. The file must be as it was when it was indexed (same size,
-  // modification time and identity): a file rewritten, truncated, extended or replaced since
-  // then throws database_error rather than giving whatever now stands at the old position.
-  //
-  // The entry's bytes (up to the next entry's start) are read in one piece into memory and
-  // parsed from there.
+  // Entry i, read from the file. The entry's bytes run from its position to the next entry's
+  // start (detail::entry_ends) and are read in one piece into memory and parsed from there.
+  // The file must still hold the bytes it was indexed with (detail::IndexedFile): a file that
+  // was only touched or appended to reads on; one rewritten, truncated or replaced since it
+  // was indexed throws database_error rather than giving whatever now stands at the old
+  // position.
   THandle<Entry> entry(int i) const override {
     std::size_t const k = checked_(i);
-    FileState const now = FileState::of(file_name_);
-    if (now.kind == FileState::missing) {
-      throw database_error("FlatFileDatabase::entry(): couldn't open file");
-    }
-    auto const changed = [&] {
-      return database_error("FlatFileDatabase::entry: couldn't retrieve entry " +
-                            std::to_string(i) + ": " + file_name_ +
-                            " has changed since it was indexed");
-    };
-    if (now != state_) throw changed();
     auto const begin = static_cast<std::int64_t>(std::streamoff(positions_[k]));
-    auto const end = k + 1 < positions_.size()
-                         ? static_cast<std::int64_t>(std::streamoff(positions_[k + 1]))
-                         : static_cast<std::int64_t>(state_.size);
-    switch (bytes_.read(begin, std::max(begin, end), text_)) {
-      case detail::FileBytes::failure:
+    switch (indexed_.read(begin, ends_[k], text_)) {
+      case detail::IndexedFile::missing:
         throw database_error("FlatFileDatabase::entry(): couldn't open file");
-      case detail::FileBytes::short_read:
-        throw changed();
-      case detail::FileBytes::complete:
+      case detail::IndexedFile::changed:
+        throw database_error("FlatFileDatabase::entry: couldn't retrieve entry " +
+                             std::to_string(i) + ": " + file_name_ +
+                             " has changed since it was indexed");
+      case detail::IndexedFile::complete:
         break;
     }
     input_.clear();
@@ -193,13 +229,24 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   }
 
   std::string file_name_;
-  FileState state_;  // taken before indexing, so a change during indexing is noticed too
+  detail::IndexedFile indexed_;  // examined before indexing, so a change during it is noticed
   std::vector<DatabaseEntryIdentifier> identifiers_;
   std::vector<std::streampos> positions_;
+  std::vector<std::int64_t> ends_;  // where each entry's bytes end
   THandle<File> file_;
-  detail::FileBytes bytes_{file_name_};
   mutable std::string text_;          // the bytes of the entry being read
   mutable std::istringstream input_;  // reads them
 };
+
+// The database a format's make_database gives: the file the parameters name, indexed with
+// Reader(file_name, reader_arguments...), reading its entries with the parameters' options.
+template <class Reader, class File, class... ReaderArguments>
+THandle<Database<CrystalStructureDatabaseEntry>> make_flat_file_database(
+    FileFormat::OpenParameters const& parameters, ReaderArguments&&... reader_arguments) {
+  auto const database = make_handle<FlatFileDatabase<CrystalStructureDatabaseEntry, Reader, File>>(
+      parameters.file_name, std::forward<ReaderArguments>(reader_arguments)...);
+  database->set_read_options(parameters.read_options);
+  return THandle<Database<CrystalStructureDatabaseEntry>>(database);
+}
 
 }  // namespace kora

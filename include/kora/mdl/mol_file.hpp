@@ -7,6 +7,7 @@
 #include <iosfwd>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kora/framework/molecule_file.hpp"
@@ -63,6 +64,10 @@ class MolFile : public MoleculeFile {
     void set(std::string const& name, THandle<Values> const& values);
 
    private:
+    friend class MolFile;
+    // read, with an item whose header line the caller has already read (when not empty).
+    void read_(std::istream& is, std::string_view first_header);
+
     THandle<Map> items_;
   };
 
