@@ -374,14 +374,16 @@ void Mol2File::fill_details_(std::vector<THandle<Atom>>& atoms) const {
   auto const& lines = atoms_->lines();
   bool const charges = molecule_ && !without_charges(molecule_->charge_type());
   std::map<int, SubstructureRow> const rows = substructure_rows(substructure_);
+  bool const standard = read_options().standard();
   std::unordered_map<int, int> formal;
-  if (read_options().standard()) {
+  if (standard) {
     for (auto const& [id, charge] : unity_charges_)
       formal[id] = charge;
   }
   for (std::size_t i = 0; i < atoms.size() && i < lines.size(); ++i) {
     Mol2AtomLine const& line = *lines[i];
     Atom& atom = *atoms[i];
+    if (standard) atom.set_element(detail::mol2_standard_element(line.type(), line.name()));
     if (!formal.empty()) {
       auto const it = formal.find(line.atom_id());
       if (it != formal.end()) atom.set_formal_charge(it->second);
@@ -436,10 +438,14 @@ THandle<Crystal> Mol2File::crystal() const {
 
 THandle<CrystalStructureDatabaseEntry> Mol2File::database_entry() const {
   DatabaseEntryIdentifier identifier;
-  try {
-    identifier = DatabaseEntryIdentifier(molecule_name());
-  } catch (std::invalid_argument const&) {
-    identifier = DatabaseEntryIdentifier("UNKNWN");
+  if (read_options().standard()) {
+    identifier = detail::mol2_entry_identifier(molecule_name());
+  } else {
+    try {
+      identifier = DatabaseEntryIdentifier(molecule_name());
+    } catch (std::invalid_argument const&) {
+      identifier = DatabaseEntryIdentifier("UNKNWN");
+    }
   }
   return THandle<CrystalStructureDatabaseEntry>(
       make_handle<CrystalStructureImmediateDatabaseEntry>(identifier, crystal_maker()));

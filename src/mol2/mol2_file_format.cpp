@@ -9,9 +9,11 @@ namespace kora {
 THandle<Database<CrystalStructureDatabaseEntry>> Mol2FileFormat::make_database(
     OpenParameters const& parameters) const {
   if (!identify(parameters.file_name)) return {};
-  return THandle<Database<CrystalStructureDatabaseEntry>>(
+  auto database =
       make_handle<FlatFileDatabase<CrystalStructureDatabaseEntry, Mol2DatabaseReader, Mol2File>>(
-          parameters.file_name));
+          parameters.file_name, options_);
+  database->set_read_options(options_);
+  return THandle<Database<CrystalStructureDatabaseEntry>>(database);
 }
 
 THandle<MoleculeFile> Mol2FileFormat::make_molecule_file(OpenParameters const& parameters) const {

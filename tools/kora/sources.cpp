@@ -9,6 +9,7 @@
 #include "kora/mdl/mol_file_file_format.hpp"
 #include "kora/mdl/sdfile_database_entry.hpp"
 #include "kora/mol2/mol2_file.hpp"
+#include "kora/mol2/mol2_file_format.hpp"
 #include "kora/pdb/pdb_file.hpp"
 #include "kora/shelx/res_file.hpp"
 
@@ -105,6 +106,9 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
   if (format_ == "sdf") {
     format = THandle<FileFormat>(make_handle<MolFileFileFormat>(
         short_ids ? FileFormat::normalised_identifiers : FileFormat::verbatim_identifiers));
+  } else if (format_ == "mol2") {
+    // The Mol2 index itself differs by mode: standard reading never lets a name fail it.
+    format = THandle<FileFormat>(make_handle<Mol2FileFormat>(options));
   }
   try {
     database_ = format->make_database(parameters);
