@@ -165,10 +165,12 @@ void Mol2File::read(std::istream& is) {
       header_seen = true;
     } else if (contains(line, "@<TRIPOS>ATOM")) {
       if (!molecule_) throw std::runtime_error("Mol2File::read: ATOM field before MOLECULE.");
-      atoms_ = std::make_unique<Mol2Atom>(is, molecule_->number_of_atoms());
+      atoms_ = std::make_unique<Mol2Atom>();
+      atoms_->read(is, molecule_->number_of_atoms(), read_options());
     } else if (contains(line, "@<TRIPOS>BOND")) {
       if (!molecule_) throw std::runtime_error("Mol2File::read: BOND field before MOLECULE.");
-      bonds_ = std::make_unique<Mol2Bond>(is, molecule_->number_of_bonds());
+      bonds_ = std::make_unique<Mol2Bond>();
+      bonds_->read(is, molecule_->number_of_bonds(), read_options());
     } else if (contains(line, "@<TRIPOS>CRYSIN")) {
       crysin_ = std::make_unique<Mol2Crysin>(is);
     } else if (contains(line, "@<TRIPOS>COMMENT")) {

@@ -125,6 +125,67 @@ TEST(Mol2StandardRead, ForceFieldTypedAtomsGetElementsOnlyInStandardMode) {
 }
 
 // ---------------------------------------------------------------------------------------
+// Sections whose counts are wrong, or with blank and comment lines
+
+struct SectionCase {
+  char const* what;
+  char const* counts;  // the MOLECULE counts line
+  char const* atoms;   // the lines after the ATOM header
+  char const* rest;    // BOND and what follows
+  int natoms;
+  int nbonds;
+};
+
+constexpr char const* water_atoms =
+    "1 O1 0.0 0.0 0.0 O.3 1 HOH 0\n2 H1 0.96 0.0 0.0 H 1 HOH 0\n3 H2 -0.24 0.93 0.0 H 1 HOH 0\n";
+constexpr char const* water_bonds = "@<TRIPOS>BOND\n1 1 2 1\n2 1 3 1\n";
+
+class Mol2StandardSections : public testing::TestWithParam<SectionCase> {};
+
+TEST_P(Mol2StandardSections, EndAtTheNextHeaderAndSkipBlankLines) {
+  SectionCase const c = GetParam();
+  std::string const text = std::string("@<TRIPOS>MOLECULE\nwater\n") + c.counts +
+                           "\nSMALL\nNO_CHARGES\n@<TRIPOS>ATOM\n" + c.atoms + c.rest;
+  Mol2File const file = read_text(text, ReadOptions::standard_mode());
+  THandle<Molecule> const molecule = file.molecule();
+  EXPECT_EQ(molecule->natoms(), c.natoms) << c.what;
+  EXPECT_EQ(molecule->nbonds(), c.nbonds) << c.what;
+  for (int i = 0; i < molecule->natoms(); ++i)
+    EXPECT_TRUE(molecule->atom(i)->element().is_set()) << c.what << " atom " << i;
+  if (std::string(c.rest).find("SUBSTRUCTURE") != std::string::npos) {
+    EXPECT_EQ(file.substructure(), "1 HOH 1 RESIDUE 1 W HOH 0\n") << c.what;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Counts, Mol2StandardSections,
+    testing::Values(
+        SectionCase{"atoms over-counted", "4 2 1", water_atoms,
+                    "@<TRIPOS>BOND\n1 1 2 1\n2 1 3 1\n@<TRIPOS>SUBSTRUCTURE\n"
+                    "1 HOH 1 RESIDUE 1 W HOH 0\n",
+                    3, 2},
+        SectionCase{"bonds over-counted", "3 5 1", water_atoms,
+                    "@<TRIPOS>BOND\n1 1 2 1\n2 1 3 1\n@<TRIPOS>SUBSTRUCTURE\n"
+                    "1 HOH 1 RESIDUE 1 W HOH 0\n",
+                    3, 2},
+        SectionCase{"blank and comment lines", "3 2",
+                    "\n1 O1 0.0 0.0 0.0 O.3 1 HOH 0\n   \n# note\n2 H1 0.96 0.0 0.0 H 1 HOH 0\n"
+                    "\r\n3 H2 -0.24 0.93 0.0 H 1 HOH 0\n",
+                    "@<TRIPOS>BOND\n1 1 2 1\n\n2 1 3 1\n", 3, 2},
+        SectionCase{"file cut in the atoms", "3 2", "1 O1 0.0 0.0 0.0 O.3 1 HOH 0\n", "", 1, 0},
+        SectionCase{"counts right", "3 2", water_atoms, water_bonds, 3, 2}));
+
+TEST(Mol2StandardRead, ClassicSectionsKeepTheirCounts) {
+  // The BOND header read as a fourth atom without element; no bonds.
+  std::string const text = std::string("@<TRIPOS>MOLECULE\nwater\n4 2\nSMALL\nNO_CHARGES\n") +
+                           "@<TRIPOS>ATOM\n" + water_atoms + water_bonds;
+  THandle<Molecule> const molecule = read_text(text, ReadOptions::classic_mode()).molecule();
+  EXPECT_EQ(molecule->natoms(), 4);
+  EXPECT_FALSE(molecule->atom(3)->element().is_set());
+  EXPECT_EQ(molecule->nbonds(), 0);
+}
+
+// ---------------------------------------------------------------------------------------
 // Charges
 
 constexpr char const* unity_source =
