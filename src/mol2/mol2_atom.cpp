@@ -151,6 +151,11 @@ void Mol2Atom::read(std::istream& is, int count) {
   detail::read_section_lines(is, count, maximum_count, "Mol2Atom::read", "atoms", lines_);
 }
 
+void Mol2Atom::read(std::istream& is, int count, ReadOptions const& options) {
+  detail::read_section_lines(is, count, maximum_count, "Mol2Atom::read", "atoms", lines_,
+                             options.standard());
+}
+
 void Mol2Atom::print(std::ostream& os) const {
   detail::print_section_lines(os, lines_);
 }

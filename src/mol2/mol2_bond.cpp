@@ -84,6 +84,11 @@ void Mol2Bond::read(std::istream& is, int count) {
   detail::read_section_lines(is, count, maximum_count, "Mol2Bond::read", "bonds", lines_);
 }
 
+void Mol2Bond::read(std::istream& is, int count, ReadOptions const& options) {
+  detail::read_section_lines(is, count, maximum_count, "Mol2Bond::read", "bonds", lines_,
+                             options.standard());
+}
+
 void Mol2Bond::print(std::ostream& os) const {
   detail::print_section_lines(os, lines_);
 }

@@ -5,6 +5,7 @@
 
 #include "kernel/line_reading.hpp"
 #include "kora/kernel/string_functions.hpp"
+#include "mol2/mol2_standard.hpp"
 
 namespace kora {
 
@@ -61,14 +62,18 @@ void Mol2DatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifiers
 DatabaseEntryIdentifier Mol2DatabaseReader::set_entry_identifier(int index,
                                                                  std::string const& name) const {
   std::size_t const k = static_cast<std::size_t>(index);
+  bool const standard = options_.standard();
   if (index >= 0 && k < generated_.size() && generated_[k]) {
+    std::string const word = name.substr(0, name.find(' '));
+    if (standard) return detail::mol2_entry_identifier(word);
     try {
-      return DatabaseEntryIdentifier(name.substr(0, name.find(' ')));
+      return DatabaseEntryIdentifier(word);
     } catch (std::exception const&) {
       throw std::invalid_argument("Mol2DatabaseReader::entry_identifier: invalid VRX identifier.");
     }
   }
-  DatabaseEntryIdentifier const id(name);
+  DatabaseEntryIdentifier const id =
+      standard ? detail::mol2_entry_identifier(name) : DatabaseEntryIdentifier(name);
   return id.empty() ? generate_identifier_from_index(index + 1) : id;
 }
 

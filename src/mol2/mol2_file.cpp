@@ -165,10 +165,12 @@ void Mol2File::read(std::istream& is) {
       header_seen = true;
     } else if (contains(line, "@<TRIPOS>ATOM")) {
       if (!molecule_) throw std::runtime_error("Mol2File::read: ATOM field before MOLECULE.");
-      atoms_ = std::make_unique<Mol2Atom>(is, molecule_->number_of_atoms());
+      atoms_ = std::make_unique<Mol2Atom>();
+      atoms_->read(is, molecule_->number_of_atoms(), read_options());
     } else if (contains(line, "@<TRIPOS>BOND")) {
       if (!molecule_) throw std::runtime_error("Mol2File::read: BOND field before MOLECULE.");
-      bonds_ = std::make_unique<Mol2Bond>(is, molecule_->number_of_bonds());
+      bonds_ = std::make_unique<Mol2Bond>();
+      bonds_->read(is, molecule_->number_of_bonds(), read_options());
     } else if (contains(line, "@<TRIPOS>CRYSIN")) {
       crysin_ = std::make_unique<Mol2Crysin>(is);
     } else if (contains(line, "@<TRIPOS>COMMENT")) {
@@ -374,14 +376,16 @@ void Mol2File::fill_details_(std::vector<THandle<Atom>>& atoms) const {
   auto const& lines = atoms_->lines();
   bool const charges = molecule_ && !without_charges(molecule_->charge_type());
   std::map<int, SubstructureRow> const rows = substructure_rows(substructure_);
+  bool const standard = read_options().standard();
   std::unordered_map<int, int> formal;
-  if (read_options().standard()) {
+  if (standard) {
     for (auto const& [id, charge] : unity_charges_)
       formal[id] = charge;
   }
   for (std::size_t i = 0; i < atoms.size() && i < lines.size(); ++i) {
     Mol2AtomLine const& line = *lines[i];
     Atom& atom = *atoms[i];
+    if (standard) atom.set_element(detail::mol2_standard_element(line.type(), line.name()));
     if (!formal.empty()) {
       auto const it = formal.find(line.atom_id());
       if (it != formal.end()) atom.set_formal_charge(it->second);
@@ -436,10 +440,14 @@ THandle<Crystal> Mol2File::crystal() const {
 
 THandle<CrystalStructureDatabaseEntry> Mol2File::database_entry() const {
   DatabaseEntryIdentifier identifier;
-  try {
-    identifier = DatabaseEntryIdentifier(molecule_name());
-  } catch (std::invalid_argument const&) {
-    identifier = DatabaseEntryIdentifier("UNKNWN");
+  if (read_options().standard()) {
+    identifier = detail::mol2_entry_identifier(molecule_name());
+  } else {
+    try {
+      identifier = DatabaseEntryIdentifier(molecule_name());
+    } catch (std::invalid_argument const&) {
+      identifier = DatabaseEntryIdentifier("UNKNWN");
+    }
   }
   return THandle<CrystalStructureDatabaseEntry>(
       make_handle<CrystalStructureImmediateDatabaseEntry>(identifier, crystal_maker()));

@@ -9,7 +9,7 @@ namespace kora {
 THandle<Database<CrystalStructureDatabaseEntry>> Mol2FileFormat::make_database(
     OpenParameters const& parameters) const {
   if (!identify(parameters.file_name)) return {};
-  return make_flat_file_database<Mol2DatabaseReader, Mol2File>(parameters);
+  return make_flat_file_database<Mol2DatabaseReader, Mol2File>(parameters, parameters.read_options);
 }
 
 THandle<MoleculeFile> Mol2FileFormat::make_molecule_file(OpenParameters const& parameters) const {

@@ -20,13 +20,25 @@ namespace kora::detail {
 // section is refused.
 inline constexpr int missing_lines_allowed = 1000;
 
+// Whether a line says nothing: empty, blanks only, or a "#" comment.
+inline bool is_blank_or_comment(std::string const& line) {
+  std::size_t const first = line.find_first_not_of(" \t\r");
+  return first == std::string::npos || line[first] == '#';
+}
+
 // Reads `count` lines (none for 0 or less) into `lines`, reusing one line buffer. A count
 // above `maximum` is refused before anything is allocated; lines past the end of the stream
 // are one shared line of defaults, unless more are missing than missing_lines_allowed and
 // than were read.
+//
+// With `standard`, blank and comment lines are passed over, and the section ends early, with
+// fewer lines than counted, at the end of the stream or before a line beginning with "@" (the
+// next section's header, left in the stream): a wrong count loses neither the next section
+// nor adds lines of defaults.
 template <class Line>
 void read_section_lines(std::istream& is, int count, int maximum, char const* where,
-                        char const* what, std::vector<THandle<Line>>& lines) {
+                        char const* what, std::vector<THandle<Line>>& lines,
+                        bool standard = false) {
   if (count > maximum) {
     throw std::runtime_error(std::string(where) + ": the molecule announces " +
                              int_to_string(count) + " " + what + ", more than the " +
@@ -36,6 +48,19 @@ void read_section_lines(std::istream& is, int count, int maximum, char const* wh
   std::string buffer;
   THandle<Line> blank;
   for (int i = 0; i < count; ++i) {
+    if (standard) {
+      if (!is.good()) break;
+      int const next = is.peek();
+      if (next == '@' || next == std::char_traits<char>::eof()) break;
+      auto line = make_handle<Line>();
+      line->read(is, buffer);
+      if (is_blank_or_comment(buffer)) {
+        --i;
+      } else {
+        lines.push_back(std::move(line));
+      }
+      continue;
+    }
     if (!is.good()) {
       int const missing = count - i;
       if (missing > missing_lines_allowed && missing > i) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <ostream>
 #include <set>
+#include <stdexcept>
 #include <tuple>
 #include <vector>
 
@@ -24,6 +25,115 @@ constexpr std::string_view sybyl_atom_types[] = {
     "F",     "Cl",  "Br",  "I",     "H",     "H.spc", "H.t3p", "LP",  "Du",   "Du.C", "Any",
     "Hal",   "Het", "Hev", "Li",    "Na",    "Mg",    "Al",    "Si",  "K",    "Ca",   "Cr.th",
     "Cr.oh", "Mn",  "Fe",  "Co.oh", "Cu",    "Zn",    "Se",    "Mo",  "Sn"};
+
+// Elements of atom types that are no SYBYL types (standard reading).
+//
+// Force fields name their types by an element's letters followed by a class: GAFF in lower
+// case ("c3", "ca", "hc", "n3", "os"), AMBER and CHARMM in upper case ("CT", "CA", "HC",
+// "OW", "N3", "NA"), ions in element case with a charge ("Na+", "Cl-", "Zn", "Mg2+"). So:
+//   1. a few whole types whose letters mislead (AMBER and CHARMM ions) are looked up, and
+//      decide whatever the name;
+//   2. OPLS types ("opls_135") and types without leading letters say nothing;
+//   3. leading letters in element case that are an element ("Na", "K", "Zn", "D") give it;
+//   4. leading "cl", "CL", "br", "BR" (GAFF, AMBER, CGenFF "CLGR1") give chlorine, bromine;
+//   5. else the first letter, in upper case, when it is an element other than deuterium:
+//      "CA", "ca" and "cl"-less two-letter types are carbon and the like, never calcium.
+// The atom name is read the same way (after leading digits, as in "1HB"), except that
+// upper-case letters give a two-letter element only where the first letter alone is none
+// ("ZN", "MG", "LI") or for the few names never used for the lighter element ("CL", "BR",
+// "FE", "CU", "SE"): "CA", "NA", "HG", "CD" are carbon, nitrogen, hydrogen, carbon, as in
+// proteins and porphyrins.
+// The type's element stands when the name agrees with it: the name's element is the same
+// (or hydrogen for deuterium), or none, or the name begins with the type's symbol in any case
+// ("CA" for calcium type "C0"). Otherwise the name's element, when it has one, is taken: a
+// CHARMM carbonyl carbon "CL" named "C13" is carbon, GLYCAM's "Os" named "O5" oxygen.
+
+struct TypeElement {
+  std::string_view type;
+  std::string_view symbol;
+};
+
+constexpr TypeElement misleading_types[] = {
+    {"C0", "Ca"},  {"IM", "Cl"},  {"IP", "Na"},  {"MG", "Mg"},  {"FE", "Fe"},  {"ZN", "Zn"},
+    {"CU", "Cu"},  {"SOD", "Na"}, {"POT", "K"},  {"CAL", "Ca"}, {"CLA", "Cl"}, {"CES", "Cs"},
+    {"LIT", "Li"}, {"RUB", "Rb"}, {"BAR", "Ba"}, {"CAD", "Cd"}};
+
+// Upper-case name letters read as a two-letter element although the first letter alone is
+// one.
+constexpr std::string_view upper_case_names[] = {"CL", "BR", "FE", "CU", "SE"};
+
+bool is_upper(char c) {
+  return c >= 'A' && c <= 'Z';
+}
+bool is_lower(char c) {
+  return c >= 'a' && c <= 'z';
+}
+char to_upper(char c) {
+  return is_lower(c) ? static_cast<char>(c - 'a' + 'A') : c;
+}
+char to_lower(char c) {
+  return is_upper(c) ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+std::string_view leading_letters(std::string_view text) {
+  std::size_t n = 0;
+  while (n < text.size() && (is_upper(text[n]) || is_lower(text[n])))
+    ++n;
+  return text.substr(0, n);
+}
+
+// The element of one letter in any case; deuterium only from a lone "D".
+Element first_letter_element(std::string_view letters) {
+  char const symbol[2] = {to_upper(letters[0]), '\0'};
+  Element const e(std::string_view(symbol, 1));
+  return e.atomic_number() == 1 && symbol[0] == 'D' ? Element() : e;
+}
+
+// Two letters in element case ("CL" and "cl" give "Cl").
+Element two_letter_element(std::string_view letters) {
+  if (letters.size() < 2) return Element();
+  char const symbol[2] = {to_upper(letters[0]), to_lower(letters[1])};
+  return Element(std::string_view(symbol, 2));
+}
+
+bool starts_ignoring_case(std::string_view text, std::string_view prefix) {
+  if (text.size() < prefix.size()) return false;
+  for (std::size_t i = 0; i < prefix.size(); ++i) {
+    if (to_upper(text[i]) != to_upper(prefix[i])) return false;
+  }
+  return true;
+}
+
+Element type_element(std::string_view type) {
+  if (starts_ignoring_case(type, "opls_")) return Element();
+  std::string_view const letters = leading_letters(type);
+  if (letters.empty()) return Element();
+  if (Element const whole(letters); whole.is_set()) return whole;
+  if (starts_ignoring_case(letters, "cl") || starts_ignoring_case(letters, "br"))
+    return two_letter_element(letters);
+  return first_letter_element(letters);
+}
+
+Element name_element(std::string_view letters) {
+  if (letters.empty()) return Element();
+  if (letters == "D") return Element(letters);
+  Element const one = first_letter_element(letters);
+  Element const two = two_letter_element(letters);
+  if (two.is_set()) {
+    bool const element_case = is_upper(letters[0]) && is_lower(letters[1]);
+    bool const listed = std::find(std::begin(upper_case_names), std::end(upper_case_names),
+                                  letters.substr(0, 2)) != std::end(upper_case_names);
+    if (element_case || !one.is_set() || listed) return two;
+  }
+  return one;
+}
+
+std::string_view name_letters(std::string_view name) {
+  std::size_t k = 0;
+  while (k < name.size() && name[k] >= '0' && name[k] <= '9')
+    ++k;
+  return leading_letters(name.substr(k));
+}
 
 // The element the Mol2 reader gives an atom of this type: that of the part before the first
 // ".", none for "LP", "Du" and anything that is no element symbol.
@@ -143,6 +253,36 @@ struct WrittenBond {
 bool is_sybyl_atom_type(std::string_view type) {
   return std::find(std::begin(sybyl_atom_types), std::end(sybyl_atom_types), type) !=
          std::end(sybyl_atom_types);
+}
+
+DatabaseEntryIdentifier mol2_entry_identifier(std::string_view name) {
+  std::size_t length = name.size();
+  if (length > static_cast<std::size_t>(DatabaseEntryIdentifier::maximum_length_)) {
+    length = static_cast<std::size_t>(DatabaseEntryIdentifier::maximum_length_);
+    // A UTF-8 character is not cut in two: back off its continuation bytes (10xxxxxx).
+    while (length > 0 && (static_cast<unsigned char>(name[length]) & 0xC0) == 0x80)
+      --length;
+  }
+  try {
+    return DatabaseEntryIdentifier(std::string(name.substr(0, length)));
+  } catch (std::invalid_argument const&) {
+    return DatabaseEntryIdentifier("UNKNWN");
+  }
+}
+
+Element mol2_standard_element(std::string_view type, std::string_view name) {
+  if (is_sybyl_atom_type(type)) return element_of_type(type);
+  for (TypeElement const& t : misleading_types) {
+    if (t.type == type) return Element(t.symbol);
+  }
+  Element const from_type = type_element(type);
+  std::string_view const letters = name_letters(name);
+  Element const from_name = name_element(letters);
+  if (!from_type.is_set()) return from_name;
+  bool const agrees = !from_name.is_set() ||
+                      from_name.atomic_number() == from_type.atomic_number() ||
+                      starts_ignoring_case(letters, from_type.symbol());
+  return agrees ? from_type : from_name;
 }
 
 std::string_view mol2_bond_code(BondType type, std::string_view typed, bool dummy_end) {

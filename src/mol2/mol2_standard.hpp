@@ -9,8 +9,22 @@
 #include <string_view>
 
 #include "kora/kernel/crystal.hpp"
+#include "kora/kernel/database_entry_identifier.hpp"
 
 namespace kora::detail {
+
+// The element standard reading gives an atom of a Mol2 ATOM line from its atom type and its
+// name. A SYBYL type gives the element classic reading gives (the part before the first ".",
+// none for "LP", "Du", ...). Any other type (GAFF "c3", "cl"; AMBER "CT", "OW", "Na+"; CHARMM
+// "CLA"; OPLS "opls_135"; numbers) is read for an element, and the element is checked against
+// the name's: the type's element when the name agrees with it (or names none), else the
+// name's, else the type's. See mol2_standard.cpp for the tables.
+Element mol2_standard_element(std::string_view type, std::string_view name);
+
+// The identifier of a molecule named `name` in standard reading, which never refuses a name:
+// the name cut to DatabaseEntryIdentifier::maximum_length_ bytes (back to the start of a
+// UTF-8 character), or "UNKNWN" when it is still refused (it holds a NUL character).
+DatabaseEntryIdentifier mol2_entry_identifier(std::string_view name);
 
 // Whether the text is one of the SYBYL atom types of the Tripos Mol2 format ("C.ar",
 // "N.pl3", "Cl", "LP", "Du", ...); case matters.

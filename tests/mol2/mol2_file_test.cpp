@@ -8,6 +8,7 @@
 #include <string>
 
 #include "kora/formats.hpp"
+#include "kora/framework/flat_file_database.hpp"
 #include "kora/kernel/string_functions.hpp"
 #include "kora/mol2/mol2_database_reader.hpp"
 #include "kora/mol2/mol2_file.hpp"
@@ -218,6 +219,40 @@ TEST_F(Mol2DatabaseTest, IndexesEntriesAndGeneratedIdentifiers) {
     EXPECT_EQ(std::string(e.what()),
               "Mol2DatabaseReader::parse() couldn't retrieve entry " + path_);
   }
+}
+
+std::string one_atom_entry(std::string const& name, char const* element) {
+  return std::string("@<TRIPOS>MOLECULE\n") + name + "\n1 0\nSMALL\nNO_CHARGES\n@<TRIPOS>ATOM\n" +
+         "1 " + element + "1 0 0 0 " + element + " 1 RES 0\n";
+}
+
+TEST_F(Mol2DatabaseTest, StandardIndexCutsLongNamesAndReadsEveryEntry) {
+  std::string const long_name = std::string(300, 'x');
+  // 255 bytes, then a two-byte character that would be cut in two at 256.
+  std::string const utf8_name = std::string(255, 'y') + "\xC3\xA9" + "z";
+  std::string const path = write(one_atom_entry("first", "C") + one_atom_entry(long_name, "N") +
+                                 one_atom_entry(utf8_name, "O") + one_atom_entry("last", "S"));
+  // Classic indexing refuses the file as the identifier refuses the name.
+  std::vector<DatabaseEntryIdentifier> ids;
+  std::vector<std::streampos> positions;
+  EXPECT_THROW(Mol2DatabaseReader(path).parse(ids, positions), std::invalid_argument);
+
+  THandle<Database<CrystalStructureDatabaseEntry>> const db =
+      Mol2FileFormat().make_database({path, "mol2", ReadOptions::standard_mode()});
+  ASSERT_TRUE(db);
+  ASSERT_EQ(db->size(), 4);
+  EXPECT_EQ(db->identifier(0).str(), "first");
+  EXPECT_EQ(db->identifier(1).str(), std::string(256, 'x'));
+  EXPECT_EQ(db->identifier(2).str(), std::string(255, 'y'));
+  EXPECT_EQ(db->identifier(3).str(), "last");
+  auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(db);
+  ASSERT_TRUE(index);
+  EXPECT_TRUE(index->read_options().standard());
+  std::vector<std::string> elements;
+  for (int i = 0; i < db->size(); ++i)
+    elements.push_back(db->entry(i)->crystal_maker()->molecule(0)->atom(0)->element().symbol());
+  EXPECT_EQ(elements, (std::vector<std::string>{"C", "N", "O", "S"}));
+  EXPECT_EQ(db->entry(1)->identifier().str(), std::string(256, 'x'));
 }
 
 TEST_F(Mol2DatabaseTest, FormatIdentifiesAndOpensDatabases) {

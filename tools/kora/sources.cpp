@@ -9,6 +9,7 @@
 #include "kora/mdl/mol_file_file_format.hpp"
 #include "kora/mdl/sdfile_database_entry.hpp"
 #include "kora/mol2/mol2_file.hpp"
+#include "kora/mol2/mol2_file_format.hpp"
 #include "kora/pdb/pdb_file.hpp"
 #include "kora/shelx/res_file.hpp"
 

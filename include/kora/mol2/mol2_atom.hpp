@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "kora/framework/options.hpp"
 #include "kora/kernel/atom.hpp"
 #include "kora/kernel/cell.hpp"
 #include "kora/kernel/handle.hpp"
@@ -93,6 +94,10 @@ class Mol2Atom {
   // throws std::runtime_error naming it. Lines past the end of the stream have default
   // fields (they share one line object).
   void read(std::istream& is, int count);
+  // The same in classic mode; in standard mode blank and "#" lines are passed over and the
+  // section ends early at the end of the stream or before a line beginning with "@" (the
+  // next section's header, left in the stream), without lines of defaults.
+  void read(std::istream& is, int count, ReadOptions const& options);
   // Each line, with a line end after all but the last.
   void print(std::ostream& os) const;
 

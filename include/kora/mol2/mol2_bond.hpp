@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "kora/framework/options.hpp"
 #include "kora/kernel/bond.hpp"
 #include "kora/kernel/handle.hpp"
 #include "kora/kernel/molecule.hpp"
@@ -64,6 +65,10 @@ class Mol2Bond {
   // Reads `count` lines (none for 0 or less); a count above maximum_count throws
   // std::runtime_error naming it.
   void read(std::istream& is, int count);
+  // The same in classic mode; in standard mode blank and "#" lines are passed over and the
+  // section ends early at the end of the stream or before a line beginning with "@" (the
+  // next section's header, left in the stream), without lines of defaults.
+  void read(std::istream& is, int count, ReadOptions const& options);
   void print(std::ostream& os) const;
 
   THandle<std::vector<THandle<BondData>>> bonds() const;
