@@ -11,9 +11,11 @@ namespace kora {
 THandle<Database<CrystalStructureDatabaseEntry>> PdbFileFormat::make_database(
     OpenParameters const& parameters) const {
   if (!identify(parameters.file_name)) return {};
-  return THandle<Database<CrystalStructureDatabaseEntry>>(
+  auto const database =
       make_handle<FlatFileDatabase<CrystalStructureDatabaseEntry, PdbDatabaseReader, PdbFile>>(
-          parameters.file_name));
+          parameters.file_name, parameters.read_options);
+  database->set_read_options(parameters.read_options);
+  return THandle<Database<CrystalStructureDatabaseEntry>>(database);
 }
 
 THandle<MoleculeFile> PdbFileFormat::make_molecule_file(OpenParameters const& parameters) const {

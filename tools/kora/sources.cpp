@@ -90,7 +90,7 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
   if (!std::filesystem::is_regular_file(file_name, ec)) {
     throw MissingFile(file_name + ": no such file");
   }
-  FileFormat::OpenParameters parameters{file_name, extension_of(file_name)};
+  FileFormat::OpenParameters parameters{file_name, extension_of(file_name), options};
   THandle<FileFormat> format;
   if (!from.empty()) {
     format_ = canonical_format(from);

@@ -8,6 +8,7 @@
 
 #include "kora/framework/database.hpp"
 #include "kora/framework/molecule_file.hpp"
+#include "kora/framework/options.hpp"
 #include "kora/kernel/database_entry.hpp"
 #include "kora/kernel/handle.hpp"
 
@@ -19,6 +20,9 @@ class FileFormat {
   struct OpenParameters {
     std::string file_name;
     std::string extension;  // without a leading dot
+    // How the entries will be read; a format whose entry index depends on the mode (PDB
+    // frames separated by END) indexes the file accordingly.
+    ReadOptions read_options = ReadOptions();
   };
 
   // How SD file indexes name their records: normalised_identifiers makes the short
