@@ -187,7 +187,7 @@ class PairSet {
 // residue number and insertion code: a residue whose alternate locations give it
 // different names is one residue) keep one location letter, the one whose atoms have the
 // highest mean occupancy, the first to appear on ties; atoms without a letter are kept.
-AtomList one_location_per_atom(AtomList const& atoms) {
+AtomList one_location_per_residue(AtomList const& atoms) {
   bool const any = std::any_of(atoms.begin(), atoms.end(), [](THandle<Atom> const& atom) {
     return atom->details()->alt_loc != ' ';
   });
@@ -584,7 +584,7 @@ struct PdbFile::ReadState {
     start_model();
     set_displacements(model);
     AtomList const kept =
-        all_alternate_locations ? *model.atoms : one_location_per_atom(*model.atoms);
+        all_alternate_locations ? *model.atoms : one_location_per_residue(*model.atoms);
     for (THandle<Atom> const& atom : kept) {
       AtomDetails const& d = *atom->details();
       track_residue(atom, d.serial, d.residue_name, d.residue_number, d.hetero);
