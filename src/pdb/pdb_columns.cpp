@@ -153,7 +153,24 @@ std::string symbol_from_name_alignment(std::string_view name) {
   return element_case_symbol(first);
 }
 
+int sign_of(char c) {
+  return c == '+' ? 1 : c == '-' ? -1 : 0;
+}
+
 }  // namespace
+
+int pdb_standard_charge(std::string_view line) noexcept {
+  std::string_view field = column(line, 78, 2);
+  while (!field.empty() && (field.back() == ' ' || field.back() == '\r'))
+    field.remove_suffix(1);
+  while (!field.empty() && field.front() == ' ')
+    field.remove_prefix(1);
+  if (field.size() == 1) return sign_of(field[0]);
+  if (field.size() != 2) return 0;
+  if (is_digit(field[0]) && sign_of(field[1]) != 0) return sign_of(field[1]) * (field[0] - '0');
+  if (is_digit(field[1]) && sign_of(field[0]) != 0) return sign_of(field[0]) * (field[1] - '0');
+  return 0;
+}
 
 std::string pdb_standard_element_symbol(std::string_view line, PdbAtomRecord const& record,
                                         bool hetatm) {

@@ -66,4 +66,10 @@ std::string pdb_element_symbol(std::string_view element, std::string_view atom_n
 std::string pdb_standard_element_symbol(std::string_view line, PdbAtomRecord const& record,
                                         bool hetatm);
 
+// The formal charge of columns 79-80 as programs that follow the PDB conventions read it:
+// a digit and a sign ("2+", "1-"), a sign and a digit ("+2"), a sign alone ("+", " -") for
+// a charge of one, and 0 for blank columns or anything else. Old files put line numbers
+// or segment identifiers into columns 73-80 ("1HPV 186"); those give 0.
+int pdb_standard_charge(std::string_view line) noexcept;
+
 }  // namespace kora::detail

@@ -11,7 +11,7 @@ namespace kora {
 THandle<Database<CrystalStructureDatabaseEntry>> PdbFileFormat::make_database(
     OpenParameters const& parameters) const {
   if (!identify(parameters.file_name)) return {};
-  return make_flat_file_database<PdbDatabaseReader, PdbFile>(parameters);
+  return make_flat_file_database<PdbDatabaseReader, PdbFile>(parameters, parameters.read_options);
 }
 
 THandle<MoleculeFile> PdbFileFormat::make_molecule_file(OpenParameters const& parameters) const {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <istream>
 #include <stdexcept>
@@ -39,6 +40,7 @@ enum class Record {
   model,
   endmdl,
   conect,
+  anisou,
   end,
   other  // recognised and ignored, or unknown
 };
@@ -60,6 +62,7 @@ Record record_of(std::string_view line) {
     case 6:
       if (name == "HETATM") return Record::hetatm;
       if (name == "CONECT") return Record::conect;
+      if (name == "ANISOU") return Record::anisou;
       if (name == "HEADER") return Record::header;
       if (name == "CRYST1") return Record::cryst1;
       if (name == "ENDMDL") return Record::endmdl;
@@ -213,22 +216,90 @@ void complete_residue_bond_orders(Molecule& molecule) {
   }
 }
 
+// Standard reading: one alternate location per atom. The atoms of a residue (chain,
+// residue number and insertion code: a residue whose alternate locations give it
+// different names is one residue) keep one location letter, the one whose atoms have the
+// highest mean occupancy, the first to appear on ties; atoms without a letter are kept.
+AtomList one_location_per_residue(AtomList const& atoms) {
+  bool const any = std::any_of(atoms.begin(), atoms.end(), [](THandle<Atom> const& atom) {
+    return atom->details()->alt_loc != ' ';
+  });
+  if (!any) return atoms;
+  struct Location {
+    char letter;
+    double occupancy;  // the sum over the letter's atoms
+    int count;
+  };
+  std::unordered_map<std::string, std::vector<Location>> residues;
+  auto const key_of = [](AtomDetails const& d) {
+    std::string key = d.chain;
+    key += '\n';
+    key += std::to_string(d.residue_number);
+    key += d.insertion_code;
+    return key;
+  };
+  for (THandle<Atom> const& atom : atoms) {
+    AtomDetails const& d = *atom->details();
+    if (d.alt_loc == ' ') continue;
+    std::vector<Location>& locations = residues[key_of(d)];
+    auto found = std::find_if(locations.begin(), locations.end(),
+                              [&d](Location const& l) { return l.letter == d.alt_loc; });
+    if (found == locations.end()) found = locations.insert(locations.end(), {d.alt_loc, 0.0, 0});
+    found->occupancy += atom->site()->occupancy().value();
+    ++found->count;
+  }
+  std::unordered_map<std::string, char> chosen;
+  for (auto const& [key, locations] : residues) {
+    Location const* best = &locations.front();
+    for (Location const& l : locations) {
+      if (l.occupancy / l.count > best->occupancy / best->count + 1e-9) best = &l;
+    }
+    chosen.emplace(key, best->letter);
+  }
+  AtomList kept;
+  kept.reserve(atoms.size());
+  for (THandle<Atom> const& atom : atoms) {
+    AtomDetails const& d = *atom->details();
+    if (d.alt_loc == ' ' || chosen[key_of(d)] == d.alt_loc) kept.push_back(atom);
+  }
+  return kept;
+}
+
 }  // namespace
 
 // Everything one read works with: the model being read (its atoms and bonds, the serial
 // index), the atoms of the residues over which the next bond search runs, and the scale
 // matrix.
+//
+// Classic reading finds the bonds of each residue as soon as the next one begins and
+// finishes a model at its ENDMDL. Standard reading keeps each model's atoms, CONECT
+// serials and ANISOU values until the end of the data: alternate locations are chosen
+// once a residue's every location has been seen, and CONECT records after the last
+// ENDMDL belong to every model. The bonds are then found as classic reading finds them,
+// over the atoms kept.
 struct PdbFile::ReadState {
-  explicit ReadState(PdbFile& owner, bool standard_mode)
+  explicit ReadState(PdbFile& owner, ReadOptions const& read_options)
       : file(owner),
-        standard(standard_mode),
+        standard(read_options.standard()),
+        all_alternate_locations(read_options.all_alternate_locations),
         detector(BondDetector::molecular, BondDetector::no_refinement,
                  BondDistanceLimit(0.55, false)) {
     start_model();
+    current.atoms = make_handle<AtomList>();
   }
 
+  // Standard reading: what a model keeps until the end of the data.
+  struct StoredModel {
+    THandle<AtomList> atoms;  // every atom read, every alternate location
+    // Serial pairs of the CONECT records, once per listing.
+    std::vector<std::array<long, 2>> conects;
+    // ANISOU values (U times 1e4, Cartesian: U11 U22 U33 U12 U13 U23) by index in `atoms`.
+    std::vector<std::pair<std::size_t, std::array<double, 6>>> anisou;
+  };
+
   PdbFile& file;
-  bool standard;  // the file's read options ask for the PDB conventions
+  bool standard;                 // the file's read options ask for the PDB conventions
+  bool all_alternate_locations;  // standard reading: keep every alternate location
   BondDetector detector;
   THandle<AtomList> atoms;
   THandle<BondList> bonds;
@@ -259,6 +330,10 @@ struct PdbFile::ReadState {
   detail::HandleArena<FileOrderedProteinAtom> protein_atoms;
   detail::HandleArena<FileOrderedAtom3d> other_atoms;
   detail::HandleArena<Site> sites;
+  detail::HandleArena<AtomicDisplacementParameters> displacements;
+  // Standard reading: the model being read, and the models ENDMDL closed.
+  StoredModel current;
+  std::vector<StoredModel> stored;
 
   // A new model: no atoms, bonds, serials or residues yet. A model after ENDMDL is read as
   // the first one is, with indexes of its own.
@@ -285,6 +360,7 @@ struct PdbFile::ReadState {
         r.residue_number =
             static_cast<int>(detail::hybrid36_decode(line.substr(22, 4), 4).value_or(0));
       }
+      r.charge = detail::pdb_standard_charge(line);
     }
     std::string const symbol = standard ? detail::pdb_standard_element_symbol(line, r, hetatm)
                                         : detail::pdb_element_symbol(r.element, r.name, hetatm);
@@ -304,7 +380,11 @@ struct PdbFile::ReadState {
     Point const p(r.x, r.y, r.z);
     atom->set_site(sites.make(p, p, r.occupancy));
     record_details(*atom->mutable_details(), r, hetatm, line.size() > 65);
-    track_residue(atom, r, hetatm);
+    if (standard) {
+      current.atoms->push_back(atom);
+    } else {
+      track_residue(atom, r.serial, r.residue_name, r.residue_number, hetatm);
+    }
   }
 
   void record_details(AtomDetails& d, detail::PdbAtomRecord const& r, bool hetatm,
@@ -321,17 +401,30 @@ struct PdbFile::ReadState {
     d.b_factor = r.temperature_factor;
   }
 
-  void track_residue(THandle<Atom> const& atom, detail::PdbAtomRecord const& r, bool hetatm) {
+  // Standard reading: the ANISOU record of the atom read last, when the serials agree.
+  void read_anisou(std::string_view line) {
+    if (current.atoms->empty()) return;
+    std::size_t const index = current.atoms->size() - 1;
+    long const serial = detail::hybrid36_decode(detail::column(line, 6, 5), 5).value_or(0);
+    if (serial == 0 || serial != current.atoms->back()->details()->serial) return;
+    std::array<double, 6> u{};
+    for (std::size_t i = 0; i < u.size(); ++i)
+      u[i] = detail::leading_real(detail::column(line, 28 + 7 * i, 7));
+    current.anisou.emplace_back(index, u);
+  }
+
+  void track_residue(THandle<Atom> const& atom, int serial, std::string_view name, int number,
+                     bool hetatm) {
     int const index = static_cast<int>(atoms->size());
     atoms->push_back(atom);
-    if (r.serial > 0) {
+    if (serial > 0) {
       // A repeated serial names the later atom.
-      auto const serial = static_cast<std::size_t>(r.serial);
-      if (serial <= 99999 + 2 * atoms->size()) {
-        if (serial_index.size() < serial) serial_index.resize(serial, -1);
-        serial_index[serial - 1] = index;
+      auto const position = static_cast<std::size_t>(serial);
+      if (position <= 99999 + 2 * atoms->size()) {
+        if (serial_index.size() < position) serial_index.resize(position, -1);
+        serial_index[position - 1] = index;
       } else {
-        far_serials[r.serial] = index;
+        far_serials[serial] = index;
       }
     }
     if (!hetatm) {
@@ -340,13 +433,13 @@ struct PdbFile::ReadState {
     }
     pair_atoms.push_back(atom);
     pair_indexes.push_back(index);
-    if (r.residue_number != 0 && residue_number == 0) residue_number = r.residue_number;
-    bool const ends = (!residue_name.empty() && r.residue_name != residue_name) ||
-                      (residue_number != 0 && residue_number != r.residue_number);
+    if (number != 0 && residue_number == 0) residue_number = number;
+    bool const ends = (!residue_name.empty() && name != residue_name) ||
+                      (residue_number != 0 && residue_number != number);
     if (!ends) return;
     if (!residue_atoms.empty()) add_pair_bonds();
-    residue_name.assign(r.residue_name);
-    residue_number = r.residue_number;
+    residue_name.assign(name);
+    residue_number = number;
     // The residue's ATOM atoms (with the one that started the next residue) open the next
     // search, so that bonds between the two residues are found.
     std::swap(pair_atoms, residue_atoms);
@@ -355,10 +448,28 @@ struct PdbFile::ReadState {
     residue_indexes.clear();
   }
 
+  // Whether a bond may join the atoms: never two different alternate locations when every
+  // location is kept (a blank location bonds with any).
+  bool may_bond(Atom const& x, Atom const& y) const {
+    if (!all_alternate_locations) return true;
+    char const a = x.details()->alt_loc;
+    char const b = y.details()->alt_loc;
+    return a == ' ' || b == ' ' || a == b;
+  }
+
+  void drop_bonds_across_locations(BondList& found) const {
+    if (!all_alternate_locations) return;
+    std::erase_if(found, [this](THandle<BondData> const& bond) {
+      return !may_bond(*(*atoms)[static_cast<std::size_t>(bond->atom1())],
+                       *(*atoms)[static_cast<std::size_t>(bond->atom2())]);
+    });
+  }
+
   // The bonds among the pair atoms, appended to the model's.
   void add_pair_bonds() {
     THandle<BondList> const found = detector.bonds(pair_atoms);
     update_bond_indexes_(*found, pair_indexes);
+    drop_bonds_across_locations(*found);
     std::size_t const previous = bonds->size();
     bonds->insert(bonds->end(), found->begin(), found->end());
     if (bonds->size() > previous) {
@@ -375,19 +486,37 @@ struct PdbFile::ReadState {
   void read_conect(std::string_view line) {
     std::size_t const n = line.size();
     if (n <= 10) return;
-    int const source = atom_of_serial(conect_serial(line.substr(6, 5)));
+    long const source_serial = conect_serial(line.substr(6, 5));
+    int const source = standard ? 0 : atom_of_serial(source_serial);
     if (source < 0) return;
     for (std::size_t offset = 11; offset <= 26; offset += 5) {
       if (n <= offset + 4) break;
-      int const partner = atom_of_serial(conect_serial(line.substr(offset, 5)));
+      long const partner_serial = conect_serial(line.substr(offset, 5));
+      if (standard) {
+        current.conects.push_back({source_serial, partner_serial});
+        continue;
+      }
+      int const partner = atom_of_serial(partner_serial);
       // An atom listed as its own partner is no bond.
       if (partner >= 0 && partner != source) {
         bonds->push_back(make_handle<BondData>(source, partner, unknown_bond));
-        if (standard) {
-          BondData const listed(source, partner, unknown_bond);
-          ++conect_counts[pair_key(listed)][source < partner ? 0 : 1];
-        }
       }
+    }
+  }
+
+  // Standard reading: the bonds of the model's CONECT serial pairs, with how often each
+  // pair is listed.
+  void add_conect_bonds(std::vector<std::array<long, 2>> const& conects) {
+    for (std::array<long, 2> const& serials : conects) {
+      int const source = atom_of_serial(serials[0]);
+      int const partner = atom_of_serial(serials[1]);
+      if (source < 0 || partner < 0 || partner == source) continue;
+      if (!may_bond(*(*atoms)[static_cast<std::size_t>(source)],
+                    *(*atoms)[static_cast<std::size_t>(partner)])) {
+        continue;
+      }
+      bonds->push_back(make_handle<BondData>(source, partner, unknown_bond));
+      ++conect_counts[pair_key(*bonds->back())][source < partner ? 0 : 1];
     }
   }
 
@@ -395,6 +524,17 @@ struct PdbFile::ReadState {
     // The model number follows the name; writers differ in how far.
     int const number = static_cast<int>(detail::leading_integer(detail::column(line, 5, 16)));
     model_number = number > 0 ? number : std::max(model_number, 1);
+  }
+
+  void end_model() {
+    model_number = std::max(model_number, 1) + 1;
+    if (standard) {
+      stored.push_back(std::move(current));
+      current = StoredModel{make_handle<AtomList>(), {}, {}};
+      return;
+    }
+    finish_model(false);
+    start_model();
   }
 
   // The index of the atom with the serial number, or -1.
@@ -430,12 +570,82 @@ struct PdbFile::ReadState {
     }
   }
 
+  // Standard reading: the B-factors as isotropic U (B / 8 pi^2) and the ANISOU tensors,
+  // turned from the file's Cartesian frame into the cell's reciprocal axes (the model's
+  // convention): U = N^-1 S Ucart S^T N^-1, with S the matrix that gives fractional
+  // coordinates (the SCALE matrix when the file has one) and N = diag(a*, b*, c*).
+  void set_displacements(StoredModel const& model) {
+    Cell const& cell = *file.cell_;
+    constexpr double eight_pi_squared = 78.95683520871486;
+    for (THandle<Atom> const& atom : *model.atoms) {
+      AtomDetails const& d = *atom->details();
+      if (!d.has_b_factor) continue;
+      atom->site()->set_atomic_displacement_parameters(
+          displacements.make(UncertainValue(d.b_factor / eight_pi_squared),
+                             AtomicDisplacementParameters::isotropic, cell));
+    }
+    if (model.anisou.empty()) return;
+    Matrix<double, 3, 3> to_axes =
+        scale_transformation ? scale_transformation->matrix() : cell.orthogonal_to_fractional();
+    if (cell.valid()) {
+      // Rows scaled by 1 / a*, 1 / b*, 1 / c*: the rows of the orthogonal-to-fractional
+      // matrix are the reciprocal axes.
+      Matrix<double, 3, 3> const& reciprocal = cell.orthogonal_to_fractional();
+      for (std::size_t i = 0; i < 3; ++i) {
+        double const length = std::hypot(reciprocal(i, 0), reciprocal(i, 1), reciprocal(i, 2));
+        for (std::size_t j = 0; j < 3; ++j)
+          to_axes(i, j) = length > 0.0 ? to_axes(i, j) / length : 0.0;
+      }
+    } else {
+      to_axes = Matrix<double, 3, 3>::identity();
+    }
+    for (auto const& [index, values] : model.anisou) {
+      Matrix<double, 3, 3> u;
+      static constexpr std::size_t row[6] = {0, 1, 2, 0, 0, 1};
+      static constexpr std::size_t col[6] = {0, 1, 2, 1, 2, 2};
+      for (std::size_t k = 0; k < 6; ++k)
+        u(row[k], col[k]) = u(col[k], row[k]) = values[k] * 1e-4;
+      Matrix<double, 3, 3> const v = to_axes * u * to_axes.transposed();
+      (*model.atoms)[index]->site()->set_atomic_displacement_parameters(
+          displacements.make(v(0, 0), v(1, 1), v(2, 2), v(0, 1), v(0, 2), v(1, 2)));
+    }
+  }
+
+  // Standard reading, one model at the end of the data: displacement parameters, the
+  // alternate locations kept, then the bonds and molecules as classic reading finds them.
+  void finish_stored_model(StoredModel const& model) {
+    start_model();
+    set_displacements(model);
+    AtomList const kept =
+        all_alternate_locations ? *model.atoms : one_location_per_residue(*model.atoms);
+    for (THandle<Atom> const& atom : kept) {
+      AtomDetails const& d = *atom->details();
+      track_residue(atom, d.serial, d.residue_name, d.residue_number, d.hetero);
+    }
+    add_conect_bonds(model.conects);
+    finish_model(true);
+  }
+
+  // Standard reading: every model, once the data have ended. CONECT records after the
+  // last ENDMDL (a model without atoms) hold for every model.
+  void finish_stored_models() {
+    if (!stored.empty() && current.atoms->empty()) {
+      for (StoredModel& model : stored)
+        model.conects.insert(model.conects.end(), current.conects.begin(), current.conects.end());
+    } else {
+      stored.push_back(std::move(current));
+    }
+    for (StoredModel const& model : stored)
+      finish_stored_model(model);
+  }
+
   // Completes the model's bonds, places its atoms in the cell and appends its molecules.
   void finish_model(bool end_of_data) {
     if (end_of_data && bonds->empty()) {
       // No bonds from residue searches or CONECT records (a file of HETATM records, say):
       // one search over the whole model.
       bonds = detector.bonds(*atoms);
+      drop_bonds_across_locations(*bonds);
     }
     if (residue_atoms.size() > 1) add_pair_bonds();
     remove_duplicate_bonds_(*bonds, -1, -1);
@@ -477,7 +687,7 @@ void PdbFile::remove_duplicate_bonds_(std::vector<THandle<BondData>>& bonds, lon
 void PdbFile::read(std::istream& is) {
   identifier_ = DatabaseEntryIdentifier("UNKNWN");
   bool const standard = read_options().standard();
-  ReadState state(*this, standard);
+  ReadState state(*this, read_options());
   details_.source_format = "pdb";
   details_.dimension = "3D";
   if (*cell_ == Cell()) details_.has_cell = false;
@@ -522,9 +732,10 @@ void PdbFile::read(std::istream& is) {
         state.read_model(text);
         break;
       case Record::endmdl:
-        state.model_number = std::max(state.model_number, 1) + 1;
-        state.finish_model(false);
-        state.start_model();
+        state.end_model();
+        break;
+      case Record::anisou:
+        if (standard) state.read_anisou(text);
         break;
       case Record::origx:  // an origin matrix row: not used
       case Record::end:
@@ -532,9 +743,14 @@ void PdbFile::read(std::istream& is) {
         break;
     }
   }
-  state.finish_model(true);
+  if (standard) {
+    state.finish_stored_models();
+  } else {
+    state.finish_model(true);
+  }
+  PdbResidueBondTyper typer(read_options().mode);
   for (THandle<Molecule> const& molecule : *molecules_) {
-    PdbResidueBondTyper().apply(molecule->bonds_begin(), molecule->bonds_end());
+    typer.apply(molecule->bonds_begin(), molecule->bonds_end());
     if (standard) complete_residue_bond_orders(*molecule);
   }
 }

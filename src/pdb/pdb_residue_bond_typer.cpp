@@ -1,5 +1,6 @@
 #include "kora/pdb/pdb_residue_bond_typer.hpp"
 
+#include <algorithm>
 #include <array>
 
 #include "kora/kernel/regex.hpp"
@@ -47,10 +48,102 @@ std::string const& PdbResidueBondTyper::converted_label_(std::string const& labe
   return it->second;
 }
 
+void PdbResidueBondTyper::enter_(THandle<Bond> const& bond, std::string const& name1,
+                                 std::string const& name2) {
+  std::string const& label1 = converted_label_(name1);
+  std::string const& label2 = converted_label_(name2);
+  bool const first_is_smaller = label1 < label2;
+  key_ = first_is_smaller ? label1 : label2;
+  key_ += '-';
+  key_ += first_is_smaller ? label2 : label1;
+  put_(bonds_, key_, bond);
+  put_(atoms_, label1, bond->atom1());
+  put_(atoms_, label2, bond->atom2());
+}
+
+namespace {
+
+// The alternate location of an atom; ' ' for none.
+char location_of(Atom const& atom) {
+  AtomDetails const* d = atom.details();
+  return d ? d->alt_loc : ' ';
+}
+
+// The atom's name: its label less the alternate-location letter that reading appends.
+std::string name_of(Atom const& atom) {
+  std::string name = atom.label();
+  char const location = location_of(atom);
+  if (location != ' ' && name.size() > 1 && name.back() == location) name.pop_back();
+  return name;
+}
+
+// What tells the atom's residue from the others of a molecule.
+void residue_key(Atom const& atom, ProteinAtom const& protein, std::string& key) {
+  key = protein.residue_label();
+  if (AtomDetails const* d = atom.details()) {
+    key += '\n';
+    key += d->chain;
+    key += d->insertion_code;
+  }
+}
+
+}  // namespace
+
+void PdbResidueBondTyper::apply_by_residue_(PolymorphicIterator<THandle<Bond>> begin,
+                                            PolymorphicIterator<THandle<Bond>> end) {
+  // The bonds within each residue, residues in the order of their first bond.
+  std::vector<std::vector<THandle<Bond>>> residues;
+  std::unordered_map<std::string, std::size_t> index;
+  std::string key1;
+  std::string key2;
+  for (auto it = begin; it != end; ++it) {
+    THandle<Bond> const bond = *it;
+    ProteinAtom const* protein1 = bond->atom1()->protein_atom();
+    ProteinAtom const* protein2 = bond->atom2()->protein_atom();
+    if (!protein1 || !protein2 || protein1->residue_kind() == 0) continue;
+    residue_key(*bond->atom1(), *protein1, key1);
+    residue_key(*bond->atom2(), *protein2, key2);
+    if (key1 != key2) continue;
+    auto const [found, added] = index.try_emplace(key1, residues.size());
+    if (added) residues.emplace_back();
+    residues[found->second].push_back(bond);
+  }
+  std::vector<char> locations;
+  for (std::vector<THandle<Bond>> const& residue : residues) {
+    residue_kind_ = residue.front()->atom1()->protein_atom()->residue_kind();
+    auto const location = [](Bond const& bond) {
+      char const first = location_of(*bond.atom1());
+      return first != ' ' ? first : location_of(*bond.atom2());
+    };
+    locations.clear();
+    for (THandle<Bond> const& bond : residue) {
+      char const l = location(*bond);
+      if (l != ' ' && std::find(locations.begin(), locations.end(), l) == locations.end())
+        locations.push_back(l);
+    }
+    if (locations.empty()) locations.push_back(' ');
+    for (char const l : locations) {
+      bonds_.clear();
+      atoms_.clear();
+      for (THandle<Bond> const& bond : residue) {
+        char const own = location(*bond);
+        if (own == ' ' || own == l) enter_(bond, name_of(*bond->atom1()), name_of(*bond->atom2()));
+      }
+      type_current_residue();
+    }
+  }
+  bonds_.clear();
+  atoms_.clear();
+  residue_kind_ = 0;
+}
+
 void PdbResidueBondTyper::apply(PolymorphicIterator<THandle<Bond>> begin,
                                 PolymorphicIterator<THandle<Bond>> end) {
+  if (mode_ == Mode::standard) {
+    apply_by_residue_(begin, end);
+    return;
+  }
   residue_kind_ = 0;
-  std::string key;
   for (auto it = begin; it != end; ++it) {
     THandle<Bond> const bond = *it;
     THandle<Atom> const& atom1 = bond->atom1();
@@ -68,15 +161,7 @@ void PdbResidueBondTyper::apply(PolymorphicIterator<THandle<Bond>> begin,
       atoms_.clear();
       residue_kind_ = kind1;
     }
-    std::string const& label1 = converted_label_(atom1->label());
-    std::string const& label2 = converted_label_(atom2->label());
-    bool const first_is_smaller = label1 < label2;
-    key = first_is_smaller ? label1 : label2;
-    key += '-';
-    key += first_is_smaller ? label2 : label1;
-    put_(bonds_, key, bond);
-    put_(atoms_, label1, atom1);
-    put_(atoms_, label2, atom2);
+    enter_(bond, atom1->label(), atom2->label());
   }
   type_current_residue();
 }

@@ -169,4 +169,95 @@ TEST(PdbCorpus, StandardWritingReadsBackWhole) {
   }
 }
 
+PdbFile read_standard(fs::path const& path) {
+  PdbFile file;
+  file.set_read_options(ReadOptions::standard_mode());
+  file.read(path.string());
+  return file;
+}
+
+// The atom's name: its label less its alternate-location letter.
+std::string name_of(Atom const& atom) {
+  std::string name = atom.label();
+  if (atom.details()->alt_loc != ' ') name.pop_back();
+  return name;
+}
+
+TEST(PdbCorpus, StandardReadingOfOldColumnsNmrModelsAlternateLocationsAndResidues) {
+  if (pdb_files().empty()) GTEST_SKIP() << "no corpus at " << corpus();
+  // Line numbers in columns 73-80 are no charges.
+  PdbFile const hpv = read_standard(corpus() / "pdb" / "pymol_1hpv.pdb");
+  for (THandle<Molecule> const& m : *hpv.molecules())
+    for (THandle<Atom> const& a : m->atoms())
+      ASSERT_EQ(a->formal_charge(), 0) << a->details()->serial;
+
+  // The disulfides of the CONECT records after the last model hold in each of the 24.
+  std::map<int, int> disulfides;
+  PdbFile const nmr = read_standard(corpus() / "pdb" / "mdanalysis_nmr_neopetrosiamide.pdb");
+  for (THandle<Molecule> const& m : *nmr.molecules()) {
+    for (THandle<Bond> const& b : m->bonds())
+      disulfides[b->atom1()->details()->model] +=
+          b->atom1()->element().symbol() == "S" && b->atom2()->element().symbol() == "S";
+  }
+  ASSERT_EQ(disulfides.size(), 24u);
+  for (auto const& [model, count] : disulfides)
+    EXPECT_EQ(count, 3) << model;
+
+  // One location per residue: the atom counts gemmi keeps.
+  EXPECT_EQ(atoms_of(read_standard(corpus() / "pdb" / "gemmi_1orc.pdb")), 553);
+  EXPECT_EQ(atoms_of(read_standard(corpus() / "pdb" / "biopython_7DDO.pdb")), 6461);
+
+  // ANISOU for nearly every atom.
+  int anisotropic = 0;
+  PdbFile const anisou = read_standard(corpus() / "pdb" / "biopython_2XHE.pdb");
+  for (THandle<Molecule> const& m : *anisou.molecules()) {
+    for (THandle<Atom> const& a : m->atoms()) {
+      THandle<AtomicDisplacementParameters> const u = a->site()->atomic_displacement_parameters();
+      ASSERT_TRUE(u);
+      anisotropic += u->type() == AtomicDisplacementParameters::anisotropic;
+    }
+  }
+  EXPECT_EQ(anisotropic, 6267);
+
+  // Every backbone carbonyl of a standard residue is double, consecutive residues of one
+  // name too.
+  fs::path const big = corpus() / "bench" / "bench_openbabel_3G61.pdb";
+  if (!fs::exists(big)) return;
+  int carbonyls = 0;
+  int doubles = 0;
+  PdbFile const protein = read_standard(big);
+  for (THandle<Molecule> const& m : *protein.molecules()) {
+    for (THandle<Bond> const& b : m->bonds()) {
+      Atom const& x = *b->atom1();
+      Atom const& y = *b->atom2();
+      if (!x.protein_atom() || x.protein_atom()->residue_kind() == 0) continue;
+      std::string const names = name_of(x) + name_of(y);
+      if ((names != "CO" && names != "OC") ||
+          x.details()->residue_number != y.details()->residue_number) {
+        continue;
+      }
+      ++carbonyls;
+      doubles += b->type() == double_bond;
+    }
+  }
+  EXPECT_EQ(carbonyls, 2364);
+  EXPECT_EQ(doubles, carbonyls);
+}
+
+TEST(PdbCorpus, StandardIndexTakesFramesSeparatedByEnd) {
+  fs::path const path = corpus() / "pdb" / "chemfiles_water_100frames.pdb";
+  if (!fs::exists(path)) GTEST_SKIP() << "no " << path;
+  PdbDatabase db(path.string(), ReadOptions::standard_mode());
+  db.set_read_options(ReadOptions::standard_mode());
+  ASSERT_EQ(db.size(), 100);
+  EXPECT_EQ(db.identifier(99).str(), "ENTRY100");
+  for (int i : {0, 1, 99}) {
+    THandle<CrystalMaker> const maker = db.entry(i)->crystal_maker();
+    int atoms = 0;
+    for (int k = 0; k < maker->nmolecules(); ++k)
+      atoms += maker->molecule(k)->natoms();
+    EXPECT_EQ(atoms, 297) << i;
+  }
+}
+
 }  // namespace

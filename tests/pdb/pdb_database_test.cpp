@@ -94,6 +94,72 @@ TEST_F(PdbIndex, EntryWithoutAtomsEndsTheIndex) {
   EXPECT_EQ(db.identifier(0).str(), "1AAA");
 }
 
+TEST_F(PdbIndex, StandardIndexStartsAnEntryAfterEachEnd) {
+  struct Case {
+    char const* what;
+    std::string text;
+    std::vector<std::string> names;
+    std::vector<int> atoms;
+  };
+  std::string const cryst1 =
+      "CRYST1   15.000   15.000   15.000  90.00  90.00  90.00 P 1           1\n";
+  std::vector<Case> const cases{
+      {"frames of a trajectory",
+       cryst1 + atoms(2) + "END\n" + atoms(3) + "END\n" + atoms(1) + "END\n",
+       {"ENTRY1", "ENTRY2", "ENTRY3"},
+       {2, 3, 1}},
+      {"a last frame without END", atoms(2) + "END\n\n" + atoms(1), {"ENTRY1", "ENTRY2"}, {2, 1}},
+      {"a HEADER, then frames",
+       header("1ABC") + "\n" + atoms(1) + "END\n" + atoms(2) + "END\n",
+       {"1ABC", "ENTRY2"},
+       {1, 2}},
+      {"models stay one entry",
+       header("2NMR") + "\nMODEL 1\n" + atoms(1) + "ENDMDL\nMODEL 2\n" + atoms(1) +
+           "ENDMDL\nCONECT    1    1\nEND\n",
+       {"2NMR"},
+       {2}},
+      {"an entry without atoms does not end the index",
+       header("1AAA") + "\n" + atoms(1) + "END\n" + header("2BBB") + "\nEND\n" + header("3CCC") +
+           "\n" + atoms(1) + "END\n",
+       {"1AAA", "3CCC"},
+       {1, 1}},
+      {"a HEADER closes an entry without END",
+       header("1AAA") + "\n" + atoms(2) + header("2BBB") + "\n" + atoms(1),
+       {"1AAA", "2BBB"},
+       {2, 1}},
+      {"what follows the last END is no entry",
+       atoms(1) + "END\nMASTER\nCONECT    1\nEND\n",
+       {"ENTRY1"},
+       {1}},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::string const path = write(c.text);
+    PdbDatabase db(path, ReadOptions::standard_mode());
+    db.set_read_options(ReadOptions::standard_mode());
+    ASSERT_EQ(db.size(), static_cast<int>(c.names.size()));
+    for (int i = 0; i < db.size(); ++i) {
+      EXPECT_EQ(db.identifier(i).str(), c.names[std::size_t(i)]);
+      EXPECT_EQ(atom_count(db.entry(i)), c.atoms[std::size_t(i)]);
+    }
+  }
+  // Classic indexing is unchanged: entries start at HEADER, END or ENDMDL completes one.
+  EXPECT_EQ(PdbDatabase(write(cases[0].text)).size(), 0);
+  EXPECT_EQ(PdbDatabase(write(cases[2].text)).size(), 1);
+}
+
+TEST_F(PdbIndex, OpenParametersCarryTheReadOptions) {
+  std::string const path = write(atoms(2) + "END\n" + atoms(3) + "END\n");
+  FileFormat::OpenParameters parameters{path, "pdb"};
+  EXPECT_EQ(PdbFileFormat().make_database(parameters)->size(), 0);
+  parameters.read_options = ReadOptions::standard_mode();
+  THandle<Database<CrystalStructureDatabaseEntry>> const db =
+      PdbFileFormat().make_database(parameters);
+  ASSERT_EQ(db->size(), 2);
+  EXPECT_TRUE(handle_dynamic_cast<FlatFileDatabaseIndex>(db)->read_options().standard());
+  EXPECT_EQ(atom_count(db->entry(1)), 3);
+}
+
 TEST_F(PdbIndex, Failures) {
   try {
     PdbDatabase const db(write("HEADER    VRX ENTRY " + std::string(300, 'X') + "\n" + atoms(1)));

@@ -21,7 +21,8 @@ class FileFormat {
     std::string file_name;
     std::string extension;  // without a leading dot
     // How a database made here reads its entries, and, where a format's index depends on
-    // it, how it is indexed (classic unless set).
+    // the mode (SD blocks without "$$$$", PDB frames separated by END), how it is indexed
+    // (classic unless set).
     ReadOptions read_options{};
   };
 

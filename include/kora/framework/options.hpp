@@ -26,6 +26,10 @@ struct WriteOptions {
 
 struct ReadOptions {
   Mode mode = Mode::classic;
+  // PDB, standard mode: keep every alternate location of an atom. By default each residue
+  // keeps one (its best-occupied location); either way no bond joins two different
+  // alternate locations.
+  bool all_alternate_locations = false;
 
   bool standard() const { return mode == Mode::standard; }
   static ReadOptions classic_mode() { return ReadOptions{}; }

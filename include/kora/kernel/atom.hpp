@@ -38,6 +38,12 @@ class Site {
   THandle<AtomicDisplacementParameters> const& atomic_displacement_parameters() const {
     return displacement_parameters_;
   }
+  // Readers that learn an atom's displacement parameters after its position (a PDB ANISOU
+  // record follows its ATOM record) set them here.
+  void set_atomic_displacement_parameters(
+      THandle<AtomicDisplacementParameters> const& displacement_parameters) {
+    displacement_parameters_ = displacement_parameters;
+  }
 
  private:
   Point fractional_;

@@ -32,6 +32,14 @@ class PdbFile : public MoleculeFile {
   // coordinates, residue by residue, and from CONECT records; the bonds of standard amino
   // acid residues then get their orders. Throws std::runtime_error for a CRYST1 record
   // that is too short or whose R space group does not fit its cell.
+  //
+  // Standard reading (read_options().standard()) follows the PDB conventions: record names
+  // from columns 1-6, hybrid-36 numbers, element columns in any case or the atom name's
+  // alignment, charges only from a valid field in columns 79-80, B-factors and ANISOU
+  // records as the sites' displacement parameters, CONECT repeats as bond orders and CONECT
+  // records after the last ENDMDL for every model, one alternate location per residue
+  // unless read_options().all_alternate_locations (never a bond between two locations),
+  // and every residue typed on its own.
   void read(std::istream& is) override;
   // Classic writing: a header, CRYST1, SCALE1-3, one HETATM record per atom, CONECT
   // records, MASTER and END. Standard writing (write_options().standard()): a header,

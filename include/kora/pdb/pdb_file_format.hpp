@@ -11,7 +11,8 @@ namespace kora {
 
 class PdbFileFormat : public TextIdentifiedFileFormat {
  public:
-  // A database over the file when it is a PDB file, else null.
+  // A database over the file when it is a PDB file, else null; it indexes the file and reads
+  // its entries as parameters.read_options say (standard: END-separated frames are entries).
   THandle<Database<CrystalStructureDatabaseEntry>> make_database(
       OpenParameters const& parameters) const override;
   // An empty PdbFile when the file is a PDB file, else null.

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "kora/framework/options.hpp"
 #include "kora/kernel/atom.hpp"
 #include "kora/kernel/bond.hpp"
 #include "kora/kernel/handle.hpp"
@@ -19,10 +20,20 @@ namespace kora {
 
 class PdbResidueBondTyper {
  public:
-  // Types the bonds of the range (the bonds of one molecule). Bonds between protein atoms
-  // are grouped into residues by residue kind: a bond whose first atom has another kind than
-  // the current residue starts the next one; within a residue, bonds reaching an atom of
-  // another kind are left out. Consecutive residues of the same kind are typed together.
+  explicit PdbResidueBondTyper(Mode mode = Mode::classic) : mode_(mode) {}
+
+  // Types the bonds of the range (the bonds of one molecule).
+  //
+  // Classic mode: bonds between protein atoms are grouped into residues by residue kind: a
+  // bond whose first atom has another kind than the current residue starts the next one;
+  // within a residue, bonds reaching an atom of another kind are left out. Consecutive
+  // residues of the same kind are typed together.
+  //
+  // Standard mode: every residue (chain, residue label, insertion code) is typed with maps
+  // of its own, from the bonds joining two of its atoms wherever they stand in the range;
+  // atom names are taken without their alternate-location letter, and a residue with
+  // alternate locations is typed once per location, with the bonds of atoms without a
+  // location and those of that location.
   void apply(PolymorphicIterator<THandle<Bond>> begin, PolymorphicIterator<THandle<Bond>> end);
 
   // The base atom name of a label: CD1A gives CD1, CGB gives CG; labels that are not a
@@ -58,6 +69,10 @@ class PdbResidueBondTyper {
 
   // convert_label, remembered per distinct label.
   std::string const& converted_label_(std::string const& label);
+  // Enters the bond and its atoms into the maps under their converted names.
+  void enter_(THandle<Bond> const& bond, std::string const& name1, std::string const& name2);
+  void apply_by_residue_(PolymorphicIterator<THandle<Bond>> begin,
+                         PolymorphicIterator<THandle<Bond>> end);
   // Whether the atom mapped under the label has `count` bonds; false when none is mapped.
   bool has_connections_(std::string const& label, int count) const;
   // The connection count of the atom mapped under the label; -1 when none is mapped.
@@ -79,6 +94,8 @@ class PdbResidueBondTyper {
   Keyed<THandle<Atom>> atoms_;
   int residue_kind_ = 0;
   std::unordered_map<std::string, std::string> converted_;
+  std::string key_;  // reused for every bond
+  Mode mode_;
 };
 
 }  // namespace kora
