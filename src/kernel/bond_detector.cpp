@@ -91,6 +91,11 @@ class ElementPairs {
   double largest_ = 0.0;
 };
 
+int part_of(Atom const& atom) {
+  AtomDetails const* details = atom.details();
+  return details ? details->part : 0;
+}
+
 bool finite(Point const& p) {
   return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]);
 }
@@ -339,6 +344,10 @@ struct Affine {
 
   Point operator()(Point const& p) const { return Point(r * p + t); }
 };
+
+bool is_identity(Affine const& g) {
+  return g.r == Matrix<int, 3, 3>::identity() && g.t[0] == 0.0 && g.t[1] == 0.0 && g.t[2] == 0.0;
+}
 
 Affine compose(Affine const& outer, Affine const& inner) {
   return {outer.r * inner.r, outer.r * inner.t + outer.t};
@@ -623,6 +632,7 @@ class CrystalBuilder {
   std::vector<Matrix<int, 3, 3>> inverse_rotations_;
   std::vector<Matrix<double, 3, 3>> orthogonal_rotations_;  // M R: orthogonal lengths of R d
   std::vector<int> element_class_;  // per given atom; -1 when it takes no part
+  std::vector<int> part_;           // per given atom: its disorder part, 0 unless separated
   std::vector<Point> fractional_;
   std::vector<int> representative_;           // smallest given atom at a symmetry-equivalent site
   std::vector<std::vector<int>> orbit_;       // per representative: the given atoms it stands for
@@ -746,6 +756,7 @@ bool CrystalBuilder::prepare() {
     to_orthogonal_[i] = cell_.fractional_to_orthogonal()(i / 3, i % 3);
   std::size_t const n = atoms_.size();
   element_class_.assign(n, -1);
+  part_.assign(n, 0);
   fractional_.assign(n, Point());
   for (std::size_t i = 0; i < n; ++i) {
     Atom const* atom = atoms_[i].get();
@@ -758,6 +769,7 @@ bool CrystalBuilder::prepare() {
       continue;
     fractional_[i] = f;
     element_class_[i] = pairs_.add(atom->element());
+    if (detector_.separates_parts()) part_[i] = part_of(*atom);
   }
   pairs_.finish();
   double const width = pairs_.largest();
@@ -919,10 +931,14 @@ bool CrystalBuilder::find_links_() {
             if (!(d2 < search2)) return;
             int const j = q.atom;
             int const cj = element_class_[std::size_t(j)];
-            if (d2 < tolerance2 && j < int(i) && cj == ci && apart(i, std::size_t(j)))
+            int const pi = part_[i], pj = part_[std::size_t(j)];
+            // Atoms of different parts are never copies of each other.
+            if (d2 < tolerance2 && j < int(i) && cj == ci && pi == pj && apart(i, std::size_t(j)))
               same_site.join(int(i), j);
             if (pairs_.bonded(ci, cj, d2) && found.size() + in_operator.size() <= most_found) {
               Affine const h{op.r, op.r * (q.shift + lattice) + op.t};
+              if ((pi != 0 || pj != 0) && !BondDetector::parts_may_bond(pi, pj, !is_identity(h)))
+                return;
               in_operator.push_back(
                   {order_key(q, lattice), {j, h, h(fractional_[std::size_t(j)]), std::sqrt(d2)}});
             }
@@ -1278,6 +1294,12 @@ THandle<std::vector<THandle<BondData>>> BondDetector::bonds(
   }
   pairs.finish();
   std::vector<std::pair<int, int>> found = close_pairs(points, pairs);
+  if (separate_parts_) {
+    std::erase_if(found, [&](std::pair<int, int> const& p) {
+      return !parts_may_bond(part_of(*atoms[std::size_t(p.first)]),
+                             part_of(*atoms[std::size_t(p.second)]), false);
+    });
+  }
   sort_pairs(found, atoms.size());
 
   if (refinement_ == prune_hydrogens) {
