@@ -649,6 +649,25 @@ PYBIND11_MODULE(kora, m) {
           "cell", [](EntryRef const& e) { return valid_cell(*e.entry); },
           "The unit cell; None when there is none.")
       .def_property_readonly(
+          "peaks",
+          [](EntryRef const& e) {
+            py::list peaks;
+            THandle<kora::CrystalMaker> const maker = e.entry->crystal_maker();
+            if (!maker) return peaks;
+            for (kora::DensityPeak const& p : maker->details().density_peaks) {
+              py::object const height =
+                  p.has_height ? py::object(py::float_(p.height)) : py::none();
+              peaks.append(py::make_tuple(
+                  text(p.label), py::make_tuple(p.fractional[0], p.fractional[1], p.fractional[2]),
+                  height));
+            }
+            return peaks;
+          },
+          "The difference-map peaks of a SHELX file (Q1, Q2, ...), which are not atoms: "
+          "(label, fractional (x, y, z), height in electrons per cubic angstrom or None), in "
+          "file order. Empty for other formats and in classic reading, where the peaks are "
+          "atoms.")
+      .def_property_readonly(
           "spacegroup",
           [](EntryRef const& e) -> std::optional<kora::Spacegroup> {
             std::optional<kora::Cell> const cell = valid_cell(*e.entry);
@@ -765,8 +784,7 @@ PYBIND11_MODULE(kora, m) {
           py::gil_scoped_release const release;
           std::error_code ec;
           if (!std::filesystem::is_regular_file(name, ec)) return std::nullopt;
-          THandle<kora::FileFormat> const found =
-              kora::find_file_format({name, kora::cli::extension_of(name)});
+          THandle<kora::FileFormat> const found = kora::cli::identify_file(name);
           if (found) format = kora::cli::canonical_format(*found);
         }
         if (format.empty()) return std::nullopt;
@@ -781,8 +799,8 @@ PYBIND11_MODULE(kora, m) {
         for (THandle<kora::FileFormat> const& f : kora::file_formats()) {
           // Every format is written by kora.write (the MOL descriptor calls itself read-only,
           // but its file object prints).
-          Format format{kora::cli::canonical_format(*f), f->name(), {}, true};
-          f->all_extensions(format.extensions);
+          Format format{kora::cli::canonical_format(*f), f->name(), kora::cli::extensions_of(*f),
+                        true};
           formats.push_back(std::move(format));
         }
         return formats;

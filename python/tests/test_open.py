@@ -65,6 +65,16 @@ class TestIdentify:
         assert kora.identify(tmp_path / "records.txt") == "sdf"
         assert kora.identify(tmp_path / "misnamed.sdf") == "mol2"
 
+    @pytest.mark.parametrize("name", ["x.ins", "X.RES", "x.INS", "x.Res", "noextension"])
+    def test_shelx_files_by_any_name(self, tmp_path, benzoic_res, name):
+        # .ins and upper-case names by their extension, a file without one by its text.
+        shutil.copy(benzoic_res, tmp_path / name)
+        assert kora.identify(tmp_path / name) == "res"
+        db = kora.open(tmp_path / name)
+        assert db.format == "res"
+        assert db[0].molecule.natoms == 15
+        assert "ins" in next(f for f in kora.formats() if f.name == "res").extensions
+
     def test_none_when_no_format_takes_the_file(self, tmp_path, write_text):
         assert kora.identify(write_text("hello.txt", "hello\n")) is None
         assert kora.identify(write_text("empty.sdf", "")) is None
@@ -115,6 +125,22 @@ class TestOpen:
         db = kora.open(write_text("remark.pdb", "REMARK nothing but a remark\nEND\n"))
         assert len(db) == 1
         assert db[0].molecule.natoms == 0
+
+
+class TestShelxStandardReading:
+    TEXT = ("TITL t\nCELL 0.71073 10 10 10 90 90 90\nLATT -1\nSFAC C H\n"
+            "C1 1 0.1 0.1 0.1 11.0 0.05\nQ1 1 0.3 0.2 0.1 11.0 0.05 1.25\n"
+            "HKLF 4\nC2 1 0.5 0.5 0.5\nEND\nQ2 1 0.4 0.5 0.6 11.0 0.05\n")
+
+    def test_peaks_are_not_atoms_and_the_model_ends_at_hklf(self, write_text):
+        entry = kora.open(write_text("peaks.ins", self.TEXT))[0]
+        assert entry.molecule.natoms == 1
+        assert entry.peaks == [("Q1", (0.3, 0.2, 0.1), 1.25), ("Q2", (0.4, 0.5, 0.6), None)]
+
+    def test_classic_reading_keeps_peaks_as_atoms(self, write_text):
+        entry = kora.open(write_text("peaks.res", self.TEXT), classic=True)[0]
+        assert entry.molecule.natoms == 3
+        assert entry.peaks == []
 
 
 class TestOpenErrors:

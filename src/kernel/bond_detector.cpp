@@ -91,6 +91,11 @@ class ElementPairs {
   double largest_ = 0.0;
 };
 
+int part_of(Atom const& atom) {
+  AtomDetails const* details = atom.details();
+  return details ? details->part : 0;
+}
+
 bool finite(Point const& p) {
   return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]);
 }
@@ -340,6 +345,10 @@ struct Affine {
   Point operator()(Point const& p) const { return Point(r * p + t); }
 };
 
+bool is_identity(Affine const& g) {
+  return g.r == Matrix<int, 3, 3>::identity() && g.t[0] == 0.0 && g.t[1] == 0.0 && g.t[2] == 0.0;
+}
+
 Affine compose(Affine const& outer, Affine const& inner) {
   return {outer.r * inner.r, outer.r * inner.t + outer.t};
 }
@@ -365,18 +374,32 @@ struct Placed {
   int atom;
 };
 
-// The given atoms in a dense grid over the unit cell, searched with periodic wrap. The grid
-// has at most a few cells per atom, whatever the cell's size.
+// The cells per axis of a grid over the unit cell for `count` points searched within `reach`
+// (fractional half-widths): `per_reach` cells across each reach, at most a few cells per
+// point whatever the cell's size.
+std::array<std::int64_t, 3> grid_cells(std::size_t count, std::array<double, 3> const& reach,
+                                       double per_reach) {
+  std::array<std::int64_t, 3> n{};
+  std::size_t const limit = 2 * count + 8;
+  for (std::size_t a = 0; a < 3; ++a)
+    n[a] = std::int64_t(std::clamp(std::floor(per_reach / reach[a]), 1.0, 1e6));
+  while (double(n[0]) * double(n[1]) * double(n[2]) > double(limit)) {
+    std::int64_t& largest = *std::max_element(n.begin(), n.end());
+    largest = (largest + 1) / 2;
+  }
+  return n;
+}
+
+// The given atoms in a dense grid over the unit cell, searched with periodic wrap. Cells a
+// third of the search reach wide: where the reach is more than half the cell (small cells,
+// long bonds), cells as wide as the reach would make every search visit eight lattice
+// translations of every atom, most of them far outside the reach.
 class PeriodicGrid {
  public:
-  PeriodicGrid(std::vector<Placed> placed, std::array<double, 3> const& reach) {
-    std::size_t const limit = 2 * placed.size() + 8;
-    for (std::size_t a = 0; a < 3; ++a)
-      n_[a] = std::int64_t(std::clamp(std::floor(1.0 / reach[a]), 1.0, 1e6));
-    while (double(n_[0]) * double(n_[1]) * double(n_[2]) > double(limit)) {
-      std::int64_t& largest = *std::max_element(n_.begin(), n_.end());
-      largest = (largest + 1) / 2;
-    }
+  static constexpr double cells_per_reach = 3.0;
+
+  PeriodicGrid(std::vector<Placed> placed, std::array<double, 3> const& reach)
+      : n_(grid_cells(placed.size(), reach, cells_per_reach)) {
     std::size_t const cells = std::size_t(n_[0] * n_[1] * n_[2]);
     start_.assign(cells + 1, 0);
     std::vector<std::size_t> cell_of(placed.size());
@@ -399,7 +422,8 @@ class PeriodicGrid {
   template <class Visit>
   void visit(Point const& x, std::array<double, 3> const& reach, Visit&& visit) const {
     // Per axis, the cells spanned: wrapped into the grid, and the lattice shift of each.
-    constexpr std::size_t most = 8;  // reach is at most a cell, or 3 lattice periods, wide
+    // Reach spans at most cells_per_reach cells, or 3 lattice periods of a single cell.
+    constexpr std::size_t most = 2 * std::size_t(cells_per_reach) + 3;
     std::array<std::array<std::size_t, most>, 3> index{};
     std::array<std::array<double, most>, 3> shift{};
     std::array<std::size_t, 3> count{};
@@ -608,6 +632,7 @@ class CrystalBuilder {
   std::vector<Matrix<int, 3, 3>> inverse_rotations_;
   std::vector<Matrix<double, 3, 3>> orthogonal_rotations_;  // M R: orthogonal lengths of R d
   std::vector<int> element_class_;  // per given atom; -1 when it takes no part
+  std::vector<int> part_;           // per given atom: its disorder part, 0 unless separated
   std::vector<Point> fractional_;
   std::vector<int> representative_;           // smallest given atom at a symmetry-equivalent site
   std::vector<std::vector<int>> orbit_;       // per representative: the given atoms it stands for
@@ -731,6 +756,7 @@ bool CrystalBuilder::prepare() {
     to_orthogonal_[i] = cell_.fractional_to_orthogonal()(i / 3, i % 3);
   std::size_t const n = atoms_.size();
   element_class_.assign(n, -1);
+  part_.assign(n, 0);
   fractional_.assign(n, Point());
   for (std::size_t i = 0; i < n; ++i) {
     Atom const* atom = atoms_[i].get();
@@ -743,6 +769,7 @@ bool CrystalBuilder::prepare() {
       continue;
     fractional_[i] = f;
     element_class_[i] = pairs_.add(atom->element());
+    if (detector_.separates_parts()) part_[i] = part_of(*atom);
   }
   pairs_.finish();
   double const width = pairs_.largest();
@@ -841,6 +868,22 @@ bool CrystalBuilder::find_links_() {
   for (auto const& reach : reach_)
     for (std::size_t a = 0; a < 3; ++a)
       widest[a] = std::max(widest[a], reach[a]);
+  // Links are kept in the order in which a grid of cells as wide as the reach visits them
+  // (cell by cell along the axes, then by atom), whatever grid the search uses: that order
+  // decides which of several operations reaching one image is kept, and the order in which
+  // molecules grow.
+  std::array<std::int64_t, 3> const order_cells = grid_cells(placed.size(), widest, 1.0);
+  using OrderKey = std::array<std::int64_t, 4>;
+  auto const order_key = [&](Placed const& q, Vector<double, 3> const& lattice) {
+    OrderKey key{0, 0, 0, q.atom};
+    for (std::size_t a = 0; a < 3; ++a) {
+      auto const m = order_cells[a];
+      key[a] = std::clamp<std::int64_t>(std::int64_t(q.wrapped[a] * double(m)), 0, m - 1) +
+               m * std::int64_t(lattice[a]);
+    }
+    return key;
+  };
+  std::vector<std::pair<OrderKey, Link>> in_operator;
   PeriodicGrid const grid(std::move(placed), widest);
 
   // Every image op(x_j + t) near each atom's given position x_i: bonds, and images so close
@@ -878,21 +921,32 @@ bool CrystalBuilder::find_links_() {
       Affine const& op = operators_[k];
       Matrix<double, 3, 3> const& metric = orthogonal_rotations_[k];
       Point const y(inverse_rotations_[k] * (fractional_[i] - op.t));
-      grid.visit(y, reach_[k],
-                 [&](Placed const& q, Vector<double, 3> const& difference,
-                     Vector<double, 3> const& lattice) {
-                   Vector<double, 3> const v = metric * difference;
-                   double const d2 = dot(v, v);
-                   if (!(d2 < search2)) return;
-                   int const j = q.atom;
-                   int const cj = element_class_[std::size_t(j)];
-                   if (d2 < tolerance2 && j < int(i) && cj == ci && apart(i, std::size_t(j)))
-                     same_site.join(int(i), j);
-                   if (pairs_.bonded(ci, cj, d2) && found.size() <= most_found) {
-                     Affine const h{op.r, op.r * (q.shift + lattice) + op.t};
-                     found.push_back({j, h, h(fractional_[std::size_t(j)]), std::sqrt(d2)});
-                   }
-                 });
+      in_operator.clear();
+      grid.visit(
+          y, reach_[k],
+          [&](Placed const& q, Vector<double, 3> const& difference,
+              Vector<double, 3> const& lattice) {
+            Vector<double, 3> const v = metric * difference;
+            double const d2 = dot(v, v);
+            if (!(d2 < search2)) return;
+            int const j = q.atom;
+            int const cj = element_class_[std::size_t(j)];
+            int const pi = part_[i], pj = part_[std::size_t(j)];
+            // Atoms of different parts are never copies of each other.
+            if (d2 < tolerance2 && j < int(i) && cj == ci && pi == pj && apart(i, std::size_t(j)))
+              same_site.join(int(i), j);
+            if (pairs_.bonded(ci, cj, d2) && found.size() + in_operator.size() <= most_found) {
+              Affine const h{op.r, op.r * (q.shift + lattice) + op.t};
+              if ((pi != 0 || pj != 0) && !BondDetector::parts_may_bond(pi, pj, !is_identity(h)))
+                return;
+              in_operator.push_back(
+                  {order_key(q, lattice), {j, h, h(fractional_[std::size_t(j)]), std::sqrt(d2)}});
+            }
+          });
+      std::sort(in_operator.begin(), in_operator.end(),
+                [](auto const& a, auto const& b) { return a.first < b.first; });
+      for (auto const& entry : in_operator)
+        found.push_back(entry.second);
     }
     if (found.size() > most_found) return false;
     drop_repeated_links(found);
@@ -1240,6 +1294,12 @@ THandle<std::vector<THandle<BondData>>> BondDetector::bonds(
   }
   pairs.finish();
   std::vector<std::pair<int, int>> found = close_pairs(points, pairs);
+  if (separate_parts_) {
+    std::erase_if(found, [&](std::pair<int, int> const& p) {
+      return !parts_may_bond(part_of(*atoms[std::size_t(p.first)]),
+                             part_of(*atoms[std::size_t(p.second)]), false);
+    });
+  }
   sort_pairs(found, atoms.size());
 
   if (refinement_ == prune_hydrogens) {

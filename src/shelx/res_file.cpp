@@ -27,67 +27,28 @@ namespace {
 }
 
 // Instructions that carry nothing a structure needs.
-constexpr std::string_view ignored_instructions[] = {"ACTA",
-                                                     "AFIX",
-                                                     "ANIS",
-                                                     "BASF",
-                                                     "BIND",
-                                                     "BLOC",
-                                                     "BOND",
-                                                     "BUMP",
-                                                     "CGLS",
-                                                     "CHIV",
-                                                     "CONF",
-                                                     "CONN",
-                                                     "DAMP",
-                                                     "DANG",
-                                                     "DEFS",
-                                                     "DELU",
-                                                     "DFIX",
-                                                     "DISP",
-                                                     "EADP",
-                                                     "EQIV",
-                                                     "EXTI",
-                                                     "EXYZ",
-                                                     "FEND",
-                                                     "FLAT",
-                                                     "FMAP",
-                                                     "FRAG",
-                                                     "FREE",
-                                                     "GRID",
-                                                     "HFIX",
-                                                     "HOPE",
-                                                     "HTAB",
-                                                     "ISOR",
-                                                     "LAUE",
-                                                     "LIST",
-                                                     "MERG",
-                                                     "MOLE",
-                                                     "MORE",
-                                                     "MOVE",
-                                                     "MPLA",
-                                                     "NCSY",
-                                                     "OMIT",
-                                                     "PLAN",
-                                                     "RESI",
-                                                     "RTAB",
-                                                     "SADI",
-                                                     "SAME",
-                                                     "SHEL",
-                                                     "SIMU",
-                                                     "SIZE",
-                                                     "SP"
-                                                     "EC" /* special-position tolerance */,
-                                                     "STIR",
-                                                     "SUMP",
-                                                     "SWAT",
-                                                     "TEMP",
-                                                     "TIME",
-                                                     "TWIN",
-                                                     "UNIT",
-                                                     "WGHT",
-                                                     "WPDB",
-                                                     "PART"};
+constexpr std::string_view ignored_instructions[] = {
+    "ACTA", "ANIS", "BASF", "BIND", "BLOC", "BOND", "BUMP", "CGLS", "CHIV", "CONF", "CONN", "DAMP",
+    "DANG", "DEFS", "DELU", "DFIX", "DISP", "EADP", "EQIV", "EXTI", "EXYZ", "FEND", "FLAT", "FMAP",
+    "FRAG", "FREE", "GRID", "HFIX", "HOPE", "HTAB", "ISOR", "LAUE", "LIST", "MERG", "MOLE", "MORE",
+    "MOVE", "MPLA", "NCSY", "OMIT", "PLAN", "RTAB", "SADI", "SAME", "SHEL", "SIMU", "SIZE", "SPEC",
+    "STIR", "SUMP", "SWAT", "TEMP", "TIME", "TWIN", "UNIT", "WGHT", "WPDB"};
+
+// Instructions the reader acts on (besides END and REM).
+constexpr std::string_view read_instructions[] = {"AFIX", "CELL", "FVAR", "HKLF", "LATT", "PART",
+                                                  "RESI", "SFAC", "SYMM", "TITL", "ZERR"};
+
+bool is_instruction(std::string_view head) {
+  auto const in = [&](auto const& list) {
+    return std::find(std::begin(list), std::end(list), head) != std::end(list);
+  };
+  return in(ignored_instructions) || in(read_instructions);
+}
+
+// A difference-map peak's name: Q and a digit ("Q1", "Q12"), in upper case.
+bool is_peak_name(std::string_view name) {
+  return name.size() >= 2 && name[0] == 'Q' && std::isdigit(static_cast<unsigned char>(name[1]));
+}
 
 bool is_letter(char c) {
   return std::isalpha(static_cast<unsigned char>(c)) != 0;
@@ -126,6 +87,33 @@ struct AtomRecord {
   double occupancy;
   AtomicDisplacementParameters displacement;
 };
+
+}  // namespace
+
+void resolve_free_variable(double& x, std::vector<double> const& free_variables);
+
+namespace {
+
+// A difference-map peak line: name, scattering number, x, y, z, [sof, U, height]. Lines
+// that do not read as one are passed over.
+void add_peak(std::vector<std::string> const& fields, std::vector<DensityPeak>& peaks) {
+  if (fields.size() < 5 || !is_peak_name(fields[0])) return;
+  bool ok = false;
+  string_to_int(fields[1], ok);
+  if (!ok) return;
+  DensityPeak peak;
+  peak.label = fields[0];
+  for (std::size_t k = 0; k < 3; ++k) {
+    double& x = peak.fractional[k];
+    x = string_to_double(fields[k + 2], ok);
+    if (!ok) return;
+    // A fixed coordinate (10 + x) is given back as x; peaks refer to no free variable.
+    if (x >= 5.0 && x < 15.0) x -= 10.0;
+    if (!(std::fabs(x) < 5.0)) return;
+  }
+  if (fields.size() > 7) peak.height = string_to_double(fields[7], peak.has_height);
+  peaks.push_back(peak);
+}
 
 }  // namespace
 
@@ -191,6 +179,9 @@ void ResFile::read(std::istream& is) {
   std::optional<double> part_occupancy;
   std::string residue_class;
   int residue_number = 0;
+  // Standard reading: the model ends at HKLF (reflection data or anything else may follow)
+  // or END; past it, only difference-map peaks are taken.
+  bool model_done = false;
 
   std::string line;
   std::string continuation;
@@ -203,12 +194,25 @@ void ResFile::read(std::istream& is) {
     if (line.size() <= 2) continue;
     line = toupper(line);
     std::string_view const keyword = std::string_view(line).substr(0, 4);
-    if (keyword.substr(0, 3) == "END") break;
+    if (keyword.substr(0, 3) == "END") {
+      if (!standard) break;
+      model_done = true;
+      continue;
+    }
     if (keyword.substr(0, 3) == "REM") continue;
     if (line.size() <= 3 || !is_letter(line[0])) continue;
     std::string_view const text = std::string_view(line).substr(4);
 
-    if (keyword == "HKLF" || keyword == "L.S." || keyword == "TITL") continue;
+    if (standard && (model_done || is_peak_name(keyword))) {
+      split(line, fields, " \t");
+      add_peak(fields, details_.density_peaks);
+      continue;
+    }
+    if (keyword == "HKLF") {
+      model_done = standard;
+      continue;
+    }
+    if (keyword == "L.S." || keyword == "TITL") continue;
     if (keyword == "CELL") {
       if (cell_seen) fail("CELL keyword occurred more than once.");
       split(text, fields, " \t");
@@ -262,18 +266,23 @@ void ResFile::read(std::istream& is) {
         free_variables.push_back(string_to_double(f, nullptr));
       continue;
     }
-    if (keyword == "PART" || keyword == "AFIX") {
+    if (keyword == "PART") {
+      // PART n [sof]: the disorder part of the atoms that follow (0 the common part); in
+      // standard reading, sof is the occupancy code of the part's atoms.
       split(text, fields, " \t");
       bool ok = false;
       int const n = fields.empty() ? 0 : string_to_int(fields[0], ok);
-      (keyword == "PART" ? part : afix) = ok ? n : 0;
-      if (keyword == "PART") {
-        // PART n sof: in standard reading, sof is the occupancy code of the part's atoms.
-        bool sof_ok = false;
-        double const sof = fields.size() > 1 ? string_to_double(fields[1], sof_ok) : 0.0;
-        part_occupancy =
-            standard && sof_ok && part != 0 ? std::optional<double>(sof) : std::nullopt;
-      }
+      part = ok ? n : 0;
+      bool sof_ok = false;
+      double const sof = fields.size() > 1 ? string_to_double(fields[1], sof_ok) : 0.0;
+      part_occupancy = standard && sof_ok && part != 0 ? std::optional<double>(sof) : std::nullopt;
+      continue;
+    }
+    if (keyword == "AFIX") {
+      split(text, fields, " \t");
+      bool ok = false;
+      int const n = fields.empty() ? 0 : string_to_int(fields[0], ok);
+      afix = ok ? n : 0;
       continue;
     }
     if (keyword == "RESI") {
@@ -441,9 +450,10 @@ void ResFile::read(std::istream& is) {
   details_.source_format = "res";
   details_.has_cell = true;
   details_.free_variables = free_variables;
-  molecules_ = BondDetector(BondDetector::crystal, BondDetector::prune_hydrogens,
-                            BondDistanceLimit(0.55, false))
-                   .molecules(*atoms, *cell_);
+  BondDetector detector(BondDetector::crystal, BondDetector::prune_hydrogens,
+                        BondDistanceLimit(0.55, false));
+  detector.set_separate_parts(standard);
+  molecules_ = detector.molecules(*atoms, *cell_);
 }
 
 }  // namespace kora
@@ -646,11 +656,8 @@ std::string atom_name(Atom const& atom, std::size_t index) {
   std::string const symbol = atom.element().is_set() ? atom.element().symbol() : "X";
   if (name.empty()) name = symbol + int_to_string(static_cast<int>(index) + 1);
   std::string const head = toupper(std::string_view(name).substr(0, 4));
-  bool const reserved = head.rfind("END", 0) == 0 || head.rfind("REM", 0) == 0 || head == "CELL" ||
-                        head == "ZERR" || head == "LATT" || head == "SYMM" || head == "SFAC" ||
-                        head == "FVAR" || head == "TITL" || head == "HKLF" ||
-                        std::find(std::begin(ignored_instructions), std::end(ignored_instructions),
-                                  head) != std::end(ignored_instructions);
+  bool const reserved =
+      head.rfind("END", 0) == 0 || head.rfind("REM", 0) == 0 || is_instruction(head);
   if (!is_letter(name[0]) || reserved) name = symbol + name;
   return name;
 }

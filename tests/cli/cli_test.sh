@@ -37,6 +37,15 @@ check "identify names every format" test "$out" = "$(printf '%s\tMOL file\n%s\tM
 echo "plain text" >"$work/plain.txt"
 check "identify unknown exits 1" test "$(status_of "$kora" identify "$examples/drugs.sdf" "$work/plain.txt")" -eq 1
 check "identify unknown line" grep -q "$(printf 'plain.txt\tunknown')" <<<"$("$kora" identify "$work/plain.txt")"
+for name in x.ins X.RES y.INS; do
+  cp "$examples/benzoic_acid.res" "$work/$name"
+  check "identify SHELX $name" grep -q "$(printf '%s\tSHELX file' "$name")" <<<"$("$kora" identify "$work/$name")"
+  check "info SHELX $name" grep -q '"spacegroup":{"symbol":"P21/c","number":14}' <<<"$("$kora" info "$work/$name" --json)"
+done
+check "formats SHELX extensions" grep -q "$(printf 'SHELX file\tres,ins\twriteable')" <<<"$("$kora" formats)"
+printf 'TITL t\nCELL 0.71073 10 10 10 90 90 90\nSFAC C\nC1 1 0.1 0.1 0.1\nQ1 1 0.3 0.2 0.1 11 0.05 1.2\nHKLF 4\nEND\n' >"$work/peaks.res"
+check "info counts peaks apart" grep -q '"atoms":1,.*"peaks":1' <<<"$("$kora" info "$work/peaks.res" --json)"
+check "classic info takes peaks as atoms" grep -q '"atoms":2,' <<<"$("$kora" info --classic "$work/peaks.res" --json)"
 check "identify missing exits 1" test "$(status_of "$kora" identify "$work/missing.sdf")" -eq 1
 
 # list

@@ -99,8 +99,7 @@ std::vector<int> chosen_entries(Source const& source, std::optional<int> entry,
 
 int run_formats() {
   for (THandle<FileFormat> const& format : file_formats()) {
-    std::vector<std::string> extensions;
-    format->all_extensions(extensions);
+    std::vector<std::string> const extensions = extensions_of(*format);
     std::string joined;
     for (std::string const& e : extensions)
       joined += (joined.empty() ? "" : ",") + e;
@@ -115,7 +114,7 @@ int run_identify(std::vector<std::string> const& files) {
   for (std::string const& file : files) {
     std::error_code ec;
     THandle<FileFormat> format;
-    if (fs::is_regular_file(file, ec)) format = find_file_format({file, extension_of(file)});
+    if (fs::is_regular_file(file, ec)) format = identify_file(file);
     std::cout << file << '\t' << (format ? format->name() : "unknown") << '\n';
     if (!format) status = 1;
   }

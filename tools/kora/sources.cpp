@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <fstream>
 
 #include "kora/framework/flat_file_database.hpp"
 #include "kora/mdl/mol_file.hpp"
@@ -60,6 +61,48 @@ std::string canonical_format(FileFormat const& format) {
   return "";
 }
 
+namespace {
+
+// Whether the file begins like a SHELX instruction file: its first instruction, after blank
+// lines and remarks, is TITL or CELL, and a CELL instruction is among its first lines.
+bool looks_like_shelx(std::string const& file_name) {
+  std::ifstream in(file_name, std::ios::binary);
+  std::string line;
+  bool first = true;
+  for (int n = 0; n < 200 && std::getline(in, line); ++n) {
+    std::size_t const start = line.find_first_not_of(" \t\r");
+    if (start == std::string::npos) continue;
+    std::string const head = lower(line.substr(start, 4));
+    if (head.substr(0, 3) == "rem") continue;
+    if (first && head != "titl" && head != "cell") return false;
+    first = false;
+    if (head == "cell") return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+THandle<FileFormat> identify_file(std::string const& file_name) {
+  if (THandle<FileFormat> found = find_file_format({file_name, extension_of(file_name)}))
+    return found;
+  std::string const extension = lower(extension_of(file_name));
+  std::error_code ec;
+  bool const shelx = ((extension == "res" || extension == "ins") &&
+                      std::filesystem::is_regular_file(file_name, ec)) ||
+                     looks_like_shelx(file_name);
+  return shelx ? descriptor("res") : THandle<FileFormat>();
+}
+
+std::vector<std::string> extensions_of(FileFormat const& format) {
+  std::vector<std::string> extensions;
+  format.all_extensions(extensions);
+  if (canonical_format(format) == "res" &&
+      std::find(extensions.begin(), extensions.end(), "ins") == extensions.end())
+    extensions.push_back("ins");
+  return extensions;
+}
+
 std::unique_ptr<MoleculeFile> make_file_object(std::string const& format) {
   if (format == "mol2") return std::make_unique<Mol2File>();
   if (format == "sdf") return std::make_unique<MolFile>();
@@ -97,12 +140,13 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
     format_ = canonical_format(from);
     if (format_.empty()) throw UnknownFormat("unknown format '" + from + "'");
     format = descriptor(format_);
-    if (format_ == "res") parameters.extension = "res";  // SHELX files are taken by name
   } else {
-    format = find_file_format(parameters);
+    format = identify_file(file_name);
     if (!format) throw UnknownFormat(file_name + ": unknown format");
     format_ = canonical_format(*format);
   }
+  // The SHELX descriptor takes files by their name: .ins and .RES files are SHELX files too.
+  if (format_ == "res") parameters.extension = "res";
   if (format_ == "sdf") {
     format = THandle<FileFormat>(make_handle<MolFileFileFormat>(
         short_ids ? FileFormat::normalised_identifiers : FileFormat::verbatim_identifiers));

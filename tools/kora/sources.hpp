@@ -34,6 +34,14 @@ std::string extension_of(std::string const& file_name);
 // The canonical format of a descriptor.
 std::string canonical_format(FileFormat const& format);
 
+// The descriptor that takes a file: the registry's first (find_file_format), else the SHELX
+// descriptor for a file named .res or .ins in either case, or whose text begins like a SHELX
+// file (TITL or CELL first, after blank and REM lines, and a CELL line). The SHELX
+// descriptor itself takes only the extension "res". Null when nothing takes the file.
+THandle<FileFormat> identify_file(std::string const& file_name);
+// A format's extensions as the tool takes them: the descriptor's, and "ins" for SHELX.
+std::vector<std::string> extensions_of(FileFormat const& format);
+
 // A new, empty file object of a format, for reading one structure or writing.
 std::unique_ptr<MoleculeFile> make_file_object(std::string const& format);
 

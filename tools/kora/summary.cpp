@@ -90,6 +90,7 @@ Summary summarise(int index, CrystalStructureDatabaseEntry const& entry) {
     std::copy(values, values + 6, s.cell);
     s.spacegroup = cell.spacegroup().symbol();
     s.spacegroup_number = cell.spacegroup().number();
+    s.peaks = int(maker->details().density_peaks.size());
   }
   s.formula = counter.formula();
   if (std::optional<DataItems> data = sd_data(entry)) {
@@ -110,6 +111,7 @@ std::string summary_text(Summary const& s) {
       << "  cell: " << s.cell[0] << ' ' << s.cell[1] << ' ' << s.cell[2] << ' ' << s.cell[3] << ' '
       << s.cell[4] << ' ' << s.cell[5] << '\n'
       << "  spacegroup: " << s.spacegroup << " (" << s.spacegroup_number << ")\n";
+  if (s.peaks > 0) out << "  peaks: " << s.peaks << '\n';
   if (s.has_data) {
     out << "  data:\n";
     for (auto const& [name, values] : s.data) {
@@ -134,6 +136,7 @@ std::string summary_json(Summary const& s) {
   j["cell"] = {{"a", s.cell[0]},     {"b", s.cell[1]},    {"c", s.cell[2]},
                {"alpha", s.cell[3]}, {"beta", s.cell[4]}, {"gamma", s.cell[5]}};
   j["spacegroup"] = {{"symbol", s.spacegroup}, {"number", s.spacegroup_number}};
+  if (s.peaks > 0) j["peaks"] = s.peaks;
   if (s.has_data) {
     nlohmann::ordered_json data = nlohmann::ordered_json::object();
     for (auto const& [name, values] : s.data)

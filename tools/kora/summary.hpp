@@ -25,6 +25,7 @@ struct Summary {
   double cell[6] = {0, 0, 0, 0, 0, 0};  // a, b, c, alpha, beta, gamma (degrees)
   std::string spacegroup;
   int spacegroup_number = 0;
+  int peaks = 0;          // difference-map peaks the structure details list (SHELX Q peaks)
   bool has_data = false;  // an SD record: data items follow
   DataItems data;
 };

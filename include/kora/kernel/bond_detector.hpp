@@ -62,6 +62,19 @@ class BondDetector {
   RefinementMode refinement_mode() const { return refinement_; }
   BondDistanceLimit const& limit() const { return limit_; }
 
+  // Disorder parts (AtomDetails::part, SHELX PART): when separated, atoms of two different
+  // non-zero parts never bond, part 0 bonds to every part, and an atom of a negative part
+  // bonds to no symmetry image (another operation or a lattice translation) of an atom of a
+  // non-zero part, as SHELX treats disorder about a symmetry element. Hydrogen pruning then
+  // only weighs the bonds that parts allow. Off by default: parts are ignored.
+  bool separates_parts() const { return separate_parts_; }
+  void set_separate_parts(bool separate) { separate_parts_ = separate; }
+  // Whether atoms of these parts may bond, the second as a symmetry image or not.
+  static bool parts_may_bond(int part, int other, bool image) {
+    if (part == 0 || other == 0) return true;
+    return part == other && !(image && part < 0);
+  }
+
   // The bonds among the atoms from their orthogonal positions, with indexes into `atoms`
   // and type unknown_bond, each pair once (lower index first), ordered by first then
   // second index. Atoms without a site, without an element or with a coordinate that is not
@@ -104,6 +117,7 @@ class BondDetector {
   DetectionMode detection_;
   RefinementMode refinement_;
   BondDistanceLimit limit_;
+  bool separate_parts_ = false;
 };
 
 }  // namespace kora

@@ -53,6 +53,16 @@ struct AtomDetails {
   double file_position[3] = {0.0, 0.0, 0.0};
 };
 
+// A difference electron-density peak of a SHELX RES file (the Q1, Q2, ... lines that a
+// refinement program lists after the model): a place where the map has density the model
+// does not explain, not an atom.
+struct DensityPeak {
+  std::string label;                       // "Q1" as written
+  double fractional[3] = {0.0, 0.0, 0.0};  // position as written
+  bool has_height = false;
+  double height = 0.0;  // peak height, electrons per cubic angstrom, when has_height
+};
+
 struct StructureDetails {
   // Whether the cell is the structure's own (crystal data in the file) or the placeholder
   // every structure has (the unit cube in P1).
@@ -64,6 +74,9 @@ struct StructureDetails {
   std::string source_format;
   // SHELX free variables (FVAR), the overall scale factor first.
   std::vector<double> free_variables;
+  // SHELX difference-map peaks, in file order: standard reading lists them here instead of
+  // making them atoms.
+  std::vector<DensityPeak> density_peaks;
   // The molecule type and charge type of a Mol2 MOLECULE record ("SMALL", "PROTEIN";
   // "USER_CHARGES", "GASTEIGER", "bcc"), as the source gave them; "" when it gave none.
   std::string mol2_molecule_type;
