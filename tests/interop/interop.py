@@ -672,8 +672,8 @@ def unreadable_reason(reader, target, out_path, position, source):
                     return "RDKit refuses O.co2 on phosphorus (SYBYL's phosphate oxygen)"
                 degree.update(fields[1:3])
         if any(types[a] == "O.co2" and n > 1 for a, n in degree.items() if a in types):
-            return "RDKit refuses an O.co2 atom with more than one bond (a carboxylate bound to a "
-                    "metal, or protonated in the source's own types)"
+            return ("RDKit refuses an O.co2 atom with more than one bond (a carboxylate bound to a "
+                    "metal, or protonated in the source's own types)")
         if all(len(line.split()) < 6 for line in atoms):
             return "RDKit refuses a Mol2 molecule without atoms"
     return None
