@@ -29,7 +29,9 @@ import math
 import os
 import re
 import sys
+import tempfile
 import time
+import warnings
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
@@ -45,6 +47,7 @@ FOLDER_FORMATS = {"sdf": "sdf", "mol2": "mol2", "pdb": "pdb", "res": "res"}
 CELL_TOLERANCE = 1e-4
 OCCUPANCY_TOLERANCE = 1e-3
 _Q_PEAK = re.compile(r"^[Qq]\d")
+_RESI_WITHOUT_CLASS = re.compile(r"(?im)^(RESI[ \t]+[-+]?\d+)[ \t]*\r?$")
 IDENTITY = frozenset([parse_operator("x,y,z")])
 
 KORA_ORDERS = {kora.BondType.SINGLE: 1, kora.BondType.DOUBLE: 2, kora.BondType.TRIPLE: 3,
@@ -238,15 +241,27 @@ def one_location_per_residue(atoms):
 
 def read_peer_cctbx(path, fmt, limit):
     """The structure cctbx reads: xray.structure.from_shelx, else the same without the strict
-    ShelXL rules, else iotbx.shelx's refinement-model parser. Q peaks are left out."""
-    import warnings
+    ShelXL rules, else iotbx.shelx's refinement-model parser, else the file with a class on
+    each RESI. Q peaks are left out."""
     warnings.simplefilter("ignore", RuntimeWarning)  # boost.python's repeated converters
     from cctbx import xray
     import iotbx.shelx
+
+    def residues_with_class():
+        # cctbx's parser needs a class on every RESI ("RESI 0" ends a residue in ShelXL);
+        # the class is not compared, so a copy of the file gives one to those without.
+        with open(path, encoding="latin-1") as f:
+            text = _RESI_WITHOUT_CLASS.sub(r"\1 RES", f.read())
+        with tempfile.NamedTemporaryFile("w", suffix=".res", encoding="latin-1") as copy:
+            copy.write(text)
+            copy.flush()
+            return xray.structure.from_shelx(filename=copy.name, strictly_shelxl=False)
+
     attempts = [lambda: xray.structure.from_shelx(filename=path),
                 lambda: xray.structure.from_shelx(filename=path, strictly_shelxl=False),
                 lambda: iotbx.shelx.parse_smtbx_refinement_model(
-                    filename=path, strictly_shelxl=False).structure]
+                    filename=path, strictly_shelxl=False).structure,
+                residues_with_class]
     first_error = None
     for attempt in attempts:
         try:
@@ -790,7 +805,9 @@ def main():
     if not os.path.isdir(args.corpus):
         print("reading: no corpus at %s; nothing to check" % args.corpus)
         return 0
-    missing = sorted({p for p in PEERS.values() if not available(p)})
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", RuntimeWarning)  # boost.python's repeated converters
+        missing = sorted({p for p in PEERS.values() if not available(p)})
     for p in missing:
         print("reading: %s is not installed; its formats are left out" % PEER_NAMES[p], file=sys.stderr)
     tally = Tally()
