@@ -270,3 +270,12 @@ def test_a_kora_that_crashes_or_hangs_is_a_difference_of_every_entry(monkeypatch
     reading.check_file(types.SimpleNamespace(timeout=2, max_entries=0), "sdf", str(path), tally)
     assert len(tally.differences) == 2
     assert all(reason in row[5].text for row in tally.differences)
+
+
+def test_an_entry_neither_reader_reads_is_listed_not_counted(monkeypatch, tmp_path):
+    tally, text = run_one(monkeypatch, tmp_path,
+                          lambda *_: (["no atoms", molecule("b", "CO")], ["a", "b"]),
+                          lambda *_: [None, molecule("b", "CO")])
+    assert "| sdf | RDKit | 2 | 1 | 1 | 100.0 |" in text
+    assert "RDKit gives no molecule (kora cannot read it either): 1 (two.sdf)" in text
+    assert not tally.differences

@@ -15,7 +15,11 @@ when the two readers find different numbers of entries) and compared on:
   elements, occupancies, the cell and the space group's operators.
 
 Which reader is right is not for this script to say: each difference names kora's value
-first and the peer's second, and the report groups them by reason.
+first and the peer's second, and the report groups them by reason. The table counts, per
+format and peer, the entries either reader finds, those the peer reads, and those that agree;
+an entry kora cannot read (or a file it cannot open) is a difference with kora's message, an
+entry the peer cannot read is listed apart with the peer's reason. Each reader runs in a child
+process, stopped after --timeout seconds on one file.
 
     reading.py [--corpus DIR] [--max-entries N] [--timeout S] [--details FILE] [--verbose]
 
@@ -654,7 +658,9 @@ class Tally:
         self.read = collections.Counter()
         self.agree = collections.Counter()
         self.differences = []  # (fmt, peer, file, entry index, identifier, Difference)
-        self.unread = []  # (fmt, peer, file, entry index, reason): entries the peer reads not
+        # (fmt, peer, file, entry index, reason, whether kora fails too): entries the peer
+        # does not read
+        self.unread = []
         self.unidentified = []  # files kora does not identify, with the format they are read as
 
 
@@ -693,8 +699,8 @@ def check_file(args, fmt, path, tally):
         theirs = theirs[: args.max_entries]
     if not mine and not theirs:
         tally.entries[key] += 1
-        reason = "%s: %s" % (PEER_NAMES[peer], peer_error or "no entry")
-        tally.unread.append(key + (name, 0, reason + "; kora: " + (kora_error or "no entry")))
+        reason = "%s cannot read the file: %s" % (PEER_NAMES[peer], peer_error or "no entry")
+        tally.unread.append(key + (name, 0, reason, True))
         return
     for i, j in pair_entries(fmt, mine, theirs):
         tally.entries[key] += 1
@@ -708,7 +714,8 @@ def check_file(args, fmt, path, tally):
                 reason = "%s finds no entry here" % PEER_NAMES[peer]
             else:
                 reason = "%s gives no molecule" % PEER_NAMES[peer]
-            tally.unread.append(key + (name, i, reason))
+            kora_too = kora_error is not None or (i is not None and isinstance(mine[i], str))
+            tally.unread.append(key + (name, i, reason, kora_too))
             continue
         tally.read[key] += 1
         p = theirs[j]
@@ -736,8 +743,10 @@ def check_file(args, fmt, path, tally):
 
 def normalised(message):
     """A message without its particulars (numbers, file names), to group by."""
-    message = re.sub(r"/\S+/", "", message)
-    return re.sub(r"\d+", "N", message)[:100]
+    message = re.sub(r"\d+", "N", re.sub(r"/\S+/", "", message))
+    if len(message) > 100:
+        message = message[:100].rsplit(" ", 1)[0] + " ..."
+    return message
 
 
 def report(tally, out, timeout):
@@ -765,14 +774,15 @@ def report(tally, out, timeout):
         out.write("- none\n")
     unread = collections.Counter()
     files = collections.defaultdict(set)
-    for fmt, peer, name, index, reason in tally.unread:
+    for fmt, peer, name, index, reason, kora_too in tally.unread:
         reason = normalised(reason) if "timed out" not in reason else \
             "%s exceeds %d s" % (PEER_NAMES[peer], timeout)
+        reason += " (kora cannot read it either)" if kora_too else ""
         unread[(fmt, peer, reason)] += 1
         files[(fmt, peer, reason)].add(name)
     if unread:
-        out.write("\nNot compared: entries kora reads that the peer does not (format, peer: "
-                  "reason: entries; files):\n\n")
+        out.write("\nNot compared: entries the peer does not read (format, peer: reason: "
+                  "entries; files):\n\n")
         for k, n in sorted(unread.items(), key=lambda kv: (-kv[1], kv[0])):
             out.write("- %s, %s: %s: %d (%s)\n" % (k[0], PEER_NAMES[k[1]], k[2], n,
                                                    ", ".join(sorted(files[k]))))
