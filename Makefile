@@ -12,7 +12,7 @@ WERROR ?= $(if $(CI),ON,OFF)
 CMAKE_FLAGS ?=
 
 .PHONY: all deps build test test-sanitize test-tsan fuzz python python-test python-bench demo \
-	bench compare interop interop-kora format clean
+	bench compare interop interop-kora reading format clean
 
 all: build
 
@@ -68,6 +68,14 @@ interop: build python
 	bash scripts/install-deps.sh --peers
 	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) tests/interop/interop.py \
 	  --kora $(BUILD_DIR)/bin/kora --details $(BUILD_DIR)/interop-details.tsv
+
+# Every corpus file read by kora (standard mode) and by a peer: RDKit for SD and Mol2, gemmi
+# for PDB, cctbx for SHELX (installed from Debian when missing); prints the table of agreeing
+# entries and every difference grouped by reason (each one in $(PYTHON_DIR)/reading-details.tsv).
+reading: python
+	bash scripts/install-deps.sh --peers
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) tests/interop/reading.py \
+	  --details $(PYTHON_DIR)/reading-details.tsv
 
 # The libFuzzer harnesses (clang), each for FUZZ_SECONDS on its seeds; a crash, sanitizer
 # report, slow input or runaway memory fails the target and leaves the input in

@@ -19,7 +19,7 @@ reader so). The kora Python module must be importable (PYTHONPATH=build-python/p
 
 import argparse
 import collections
-import io
+import itertools
 import math
 import os
 import re
@@ -163,40 +163,44 @@ def read_kora(path, fmt, keep_going=False):
     return entries
 
 
-def read_rdkit(path, fmt):
+def rdkit_entry(mol):
+    """An RDKit molecule as an entry (None stays None), named by its title."""
+    from rdkit import Chem
+    if mol is None:
+        return None
+    out = Entry(mol.GetProp("_Name") if mol.HasProp("_Name") else "")
+    orders = {Chem.BondType.SINGLE: 1, Chem.BondType.DOUBLE: 2, Chem.BondType.TRIPLE: 3,
+              Chem.BondType.AROMATIC: "ar"}
+    confs = list(mol.GetConformers()) or [None]
+    for conf in confs:
+        base = len(out.atoms)
+        for a in mol.GetAtoms():
+            p = conf.GetAtomPosition(a.GetIdx()) if conf is not None else None
+            xyz = (p.x, p.y, p.z) if p is not None else (0.0, 0.0, 0.0)
+            out.atoms.append((element_of(a.GetSymbol(), a.GetIsotope()), a.GetFormalCharge(), xyz))
+        for b in mol.GetBonds():
+            i, j = b.GetBeginAtomIdx(), b.GetEndAtomIdx()
+            out.bonds.append((base + min(i, j), base + max(i, j), orders.get(b.GetBondType(), 0)))
+    return out
+
+
+def read_rdkit(path, fmt, limit=0, make_entry=rdkit_entry):
+    """The entries of a file as RDKit reads them unsanitised (None where it gives no
+    molecule), each made by `make_entry` from its molecule; with a limit, at most that many."""
     from rdkit import Chem, RDLogger
     RDLogger.DisableLog("rdApp.*")
-
-    def convert(mol, identifier=""):
-        out = Entry(identifier)
-        if mol is None:
-            return None
-        confs = list(mol.GetConformers()) or [None]
-        for conf in confs:
-            base = len(out.atoms)
-            for a in mol.GetAtoms():
-                p = conf.GetAtomPosition(a.GetIdx()) if conf is not None else None
-                xyz = (p.x, p.y, p.z) if p is not None else (0.0, 0.0, 0.0)
-                out.atoms.append((element_of(a.GetSymbol(), a.GetIsotope()), a.GetFormalCharge(), xyz))
-            for b in mol.GetBonds():
-                t = b.GetBondType()
-                order = {Chem.BondType.SINGLE: 1, Chem.BondType.DOUBLE: 2, Chem.BondType.TRIPLE: 3,
-                         Chem.BondType.AROMATIC: "ar"}.get(t, 0)
-                i, j = b.GetBeginAtomIdx(), b.GetEndAtomIdx()
-                out.bonds.append((base + min(i, j), base + max(i, j), order))
-        return out
-
     if fmt == "sdf":
         supplier = Chem.ForwardSDMolSupplier(path, sanitize=False, removeHs=False,
                                              strictParsing=False)
-        return [convert(m) for m in supplier]
+        return [make_entry(m) for m in itertools.islice(supplier, limit or None)]
     if fmt == "mol2":
         text = open(path, encoding="latin-1").read()
         blocks = ["@<TRIPOS>MOLECULE" + b for b in text.split("@<TRIPOS>MOLECULE")[1:]]
-        return [convert(Chem.MolFromMol2Block(b, sanitize=False, removeHs=False)) for b in blocks]
+        return [make_entry(Chem.MolFromMol2Block(b, sanitize=False, removeHs=False))
+                for b in blocks[: limit or None]]
     if fmt == "pdb":
         mol = Chem.MolFromPDBFile(path, sanitize=False, removeHs=False)
-        return [convert(mol)]
+        return [make_entry(mol)]
     raise ValueError(fmt)
 
 
@@ -245,15 +249,21 @@ def read_gemmi(path, fmt):
                                       (a.pos.x, a.pos.y, a.pos.z)))
     c = st.cell
     out.cell = normalise_cell((c.a, c.b, c.c, c.alpha, c.beta, c.gamma))
-    sg = st.find_spacegroup()
-    if sg is not None:
-        ops = set()
-        for op in sg.operations():
-            rot = [[v // gemmi.Op.DEN for v in row] for row in op.rot]
-            tran = [Fraction(v, gemmi.Op.DEN) for v in op.tran]
-            ops.add(normalised_op(rot, tran))
-        out.ops = frozenset(ops)
+    out.ops = gemmi_operators(st.find_spacegroup())
     return [out]
+
+
+def gemmi_operators(spacegroup):
+    """The operators of a gemmi space group, normalised; None without a space group."""
+    import gemmi
+    if spacegroup is None:
+        return None
+    ops = set()
+    for op in spacegroup.operations():
+        rot = [[v // gemmi.Op.DEN for v in row] for row in op.rot]
+        tran = [Fraction(v, gemmi.Op.DEN) for v in op.tran]
+        ops.add(normalised_op(rot, tran))
+    return frozenset(ops)
 
 
 def read_cctbx(path, fmt):
@@ -268,13 +278,18 @@ def read_cctbx(path, fmt):
         out.fractional[len(out.atoms)] = tuple(sc.site)
         out.atoms.append((element_of(symbol), 0, tuple(uc.orthogonalize(sc.site))))
     out.cell = normalise_cell(uc.parameters())
+    out.ops = cctbx_operators(xs.space_group())
+    return [out]
+
+
+def cctbx_operators(space_group):
+    """The operators of a cctbx space group (centring and inversion included), normalised."""
     ops = set()
-    for op in xs.space_group().all_ops():
+    for op in space_group.all_ops():
         r = op.r().as_double()
         t = op.t().as_double()
         ops.add(normalised_op([r[0:3], r[3:6], r[6:9]], [round(v, 4) for v in t]))
-    out.ops = frozenset(ops)
-    return [out]
+    return frozenset(ops)
 
 
 READERS = {
@@ -768,28 +783,44 @@ def report(agree, total, failures, exceptions, out):
 def call_with_time_limit(function, arguments, seconds):
     """function(*arguments) in a child process, which is stopped after `seconds` (a peer's
     reader can spend minutes in its own code on a large structure)."""
-    context = multiprocessing.get_context("fork")
-    receiving, sending = context.Pipe(duplex=False)
+    return ChildCall(function, arguments).result(seconds)
 
-    def child():
+
+class ChildCall:
+    """function(*arguments) started in a child process; result() waits for it. Several can
+    run at once. A failure of the function, a child that ends without an answer (a crash)
+    and a child past its time all raise RuntimeError."""
+
+    def __init__(self, function, arguments):
+        context = multiprocessing.get_context("fork")
+        self.receiving, sending = context.Pipe(duplex=False)
+
+        def child():
+            try:
+                sending.send((True, function(*arguments)))
+            except BaseException as e:  # noqa: BLE001 - passed on to the parent
+                sending.send((False, "%s: %s" % (type(e).__name__, e)))
+
+        self.process = context.Process(target=child)
+        self.process.start()
+        sending.close()
+
+    def result(self, seconds):
         try:
-            sending.send((True, function(*arguments)))
-        except BaseException as e:  # noqa: BLE001 - passed on to the parent
-            sending.send((False, "%s: %s" % (type(e).__name__, e)))
-
-    process = context.Process(target=child)
-    process.start()
-    sending.close()
-    try:
-        if not receiving.poll(seconds):
-            raise RuntimeError("timed out after %d s" % seconds)
-        ok, value = receiving.recv()
-    finally:
-        process.kill()
-        process.join()
-    if not ok:
-        raise RuntimeError(value)
-    return value
+            if not self.receiving.poll(max(seconds, 0)):
+                raise RuntimeError("timed out after %d s" % seconds)
+            ok, value = self.receiving.recv()
+        except EOFError:
+            self.process.join()
+            raise RuntimeError("the reading process ended without an answer (exit status %s)"
+                               % self.process.exitcode) from None
+        finally:
+            self.process.kill()
+            self.process.join()
+            self.receiving.close()
+        if not ok:
+            raise RuntimeError(value)
+        return value
 
 
 def main():
