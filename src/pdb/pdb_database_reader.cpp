@@ -55,22 +55,23 @@ void PdbDatabaseReader::parse_standard_(std::vector<DatabaseEntryIdentifier>& id
                                         std::vector<std::streampos>& positions) const {
   std::streampos next_start = 0;  // where an entry without HEADER would start
   std::streampos entry_start = 0;
-  bool open = false;   // an entry has started
-  bool atoms = false;  // and holds atom records
+  bool open = false;    // an entry has started
+  bool atoms = false;   // and holds atom records
+  bool headed = false;  // or began with a HEADER: a structure without atoms is still one
   DatabaseEntryIdentifier identifier;
   auto const close = [&] {
-    if (open && atoms) {
+    if (open && (atoms || headed)) {
       positions.push_back(entry_start);
       identifiers.push_back(identifier);
     }
-    open = atoms = false;
+    open = atoms = headed = false;
   };
   for_each_line(
       file_name(), [&](std::string_view line, std::streampos line_start, std::streampos next_line) {
         std::string_view const name = record_name(line);
         if (name == "HEADER") {
           close();
-          open = true;
+          open = headed = true;
           entry_start = line_start;
           identifier = set_entry_identifier(static_cast<int>(positions.size()), std::string(line));
         } else if (name == "ATOM" || name == "HETATM") {
