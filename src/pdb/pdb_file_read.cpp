@@ -361,6 +361,12 @@ struct PdbFile::ReadState {
             static_cast<int>(detail::hybrid36_decode(line.substr(22, 4), 4).value_or(0));
       }
       r.charge = detail::pdb_standard_charge(line);
+      // Four-character residue names (CHARMM, NAMD: "TIP3", "POPC") take column 21 and leave
+      // the chain column 22 blank.
+      if (line.size() > 21 && line[20] != ' ' && line[21] == ' ' && !r.residue_name.empty()) {
+        r.residue_name = trim_view(detail::column(line, 17, 4), " ");
+        r.chain = {};
+      }
     }
     std::string const symbol = standard ? detail::pdb_standard_element_symbol(line, r, hetatm)
                                         : detail::pdb_element_symbol(r.element, r.name, hetatm);

@@ -270,4 +270,34 @@ TEST(PdbStandardRecords, EveryResidueGetsItsCarbonyl) {
   }
 }
 
+TEST(PdbStandardRecords, ResidueNameAndChainColumns) {
+  struct Case {
+    char const* columns_18_22;
+    char const* standard_residue;
+    char const* standard_chain;
+    char const* classic_residue;
+  };
+  Case const cases[] = {
+      {"ALA A", "ALA", "A", "ALA"},  // the PDB's own layout
+      {"TIP3 ", "TIP3", "", "TIP"},  // a four-character residue, no chain
+      {"POPC ", "POPC", "", "POP"},  //
+      {"TIP3B", "TIP", "B", "TIP"},  // column 22 holds a chain: column 21 is not read
+      {" NA  ", "NA", "", "NA"},     // a short name, blank chain
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.columns_18_22);
+    std::string const line = std::string("HETATM    1  O1  ") + c.columns_18_22 +
+                             "   1       1.000   2.000   3.000  1.00 20.00           O\n";
+    for (bool const is_standard : {true, false}) {
+      PdbFile const file = read_with(line, is_standard ? standard() : ReadOptions());
+      AtomDetails const* d = file.molecule()->atom(0)->details();
+      ASSERT_NE(d, nullptr);
+      EXPECT_EQ(d->residue_name, is_standard ? c.standard_residue : c.classic_residue);
+      if (is_standard) {
+        EXPECT_EQ(d->chain, c.standard_chain);
+      }
+    }
+  }
+}
+
 }  // namespace
