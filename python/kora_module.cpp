@@ -21,10 +21,8 @@
 
 #include "kora/formats.hpp"
 #include "kora/framework/database.hpp"
+#include "kora/io.hpp"
 #include "kora/kernel/molecule.hpp"
-#include "output.hpp"
-#include "sources.hpp"
-#include "summary.hpp"
 
 namespace py = pybind11;
 
@@ -173,9 +171,7 @@ py::array_t<double> matrix(kora::Matrix<T, 3, 3> const& m) {
 class Database {
  public:
   Database(std::string path, std::string const& format, bool classic)
-      : path_(std::move(path)),
-        source_(path_, format, false,
-                classic ? kora::ReadOptions::classic_mode() : kora::ReadOptions::standard_mode()) {}
+      : path_(std::move(path)), source_(path_, open_options(format, classic)) {}
 
   int size() const { return source_.size(); }
   std::string const& path() const { return path_; }
@@ -205,7 +201,14 @@ class Database {
 
  private:
   std::string path_;
-  kora::cli::Source source_;
+  static kora::OpenOptions open_options(std::string const& format, bool classic) {
+    kora::OpenOptions options;
+    options.format = format;
+    options.read = classic ? kora::ReadOptions::classic_mode() : kora::ReadOptions::standard_mode();
+    return options;
+  }
+
+  kora::Entries source_;
   mutable std::mutex mutex_;
   mutable std::optional<std::unordered_map<std::string, int>> by_identifier_;
 };
@@ -256,7 +259,7 @@ struct EntryIterator {
 // The output format: the one given, else the one of the file name's extension.
 std::string output_format(std::optional<std::string> const& format, std::string const& path) {
   std::string const name =
-      format ? kora::cli::canonical_format(*format) : kora::cli::format_of_extension(path);
+      format ? kora::canonical_format(*format) : kora::format_of_extension(path);
   if (name.empty()) {
     throw py::value_error(format ? "unknown format '" + *format + "'"
                                  : "cannot tell the format from '" + path + "': give format=");
@@ -296,11 +299,10 @@ kora::WriteOptions write_options(bool v3000, bool classic) {
   return options;
 }
 
-void write_all(std::vector<THandle<Entry>> const& entries, std::string const& format,
-               kora::WriteOptions const& options, std::ostream& out) {
-  std::unique_ptr<kora::MoleculeFile> writer = kora::cli::make_file_object(format);
+void write_all(std::vector<THandle<Entry>> const& entries, kora::EntryWriter& writer) {
   for (THandle<Entry> const& entry : entries)
-    kora::cli::write_entry(*writer, *entry, options, out);
+    writer.write(*entry);
+  writer.close();
 }
 
 int write_file(py::handle path, py::handle items, std::optional<std::string> const& format,
@@ -310,19 +312,19 @@ int write_file(py::handle path, py::handle items, std::optional<std::string> con
   std::vector<THandle<Entry>> const entries = as_entries(items);
   if (name == "res" && entries.size() > 1)
     throw py::value_error("a RES file holds one structure, not " + std::to_string(entries.size()));
-  // Failures to open or write the file (kora::cli::OutputFailure) arrive as OSError.
+  // Failures to open or write the file (kora::output_error) arrive as OSError.
   py::gil_scoped_release const release;
-  kora::cli::Output output(target);
-  write_all(entries, name, write_options(v3000, classic), output.stream());
-  output.commit();
+  kora::EntryWriter writer(target, name, write_options(v3000, classic));
+  write_all(entries, writer);
   return static_cast<int>(entries.size());
 }
 
 py::str to_string(py::handle item, std::string const& format, bool v3000, bool classic) {
-  std::string const name = kora::cli::canonical_format(format);
+  std::string const name = kora::canonical_format(format);
   if (name.empty()) throw py::value_error("unknown format '" + format + "'");
   std::ostringstream out;
-  write_all({as_entry(item)}, name, write_options(v3000, classic), out);
+  kora::EntryWriter writer(out, name, write_options(v3000, classic));
+  write_all({as_entry(item)}, writer);
   return text(out.str());
 }
 
@@ -361,12 +363,14 @@ PYBIND11_MODULE(kora, m) {
       throw;
     } catch (kora::database_error const& e) {
       raise(database_error.ptr(), e);
-    } catch (kora::cli::MissingFile const& e) {
+    } catch (kora::missing_file const& e) {
       raise(PyExc_FileNotFoundError, e);
-    } catch (kora::cli::UnknownFormat const& e) {
+    } catch (kora::unknown_format const& e) {
       raise(PyExc_ValueError, e);
-    } catch (kora::cli::OutputFailure const& e) {
+    } catch (kora::output_error const& e) {
       raise(PyExc_OSError, e);
+    } catch (kora::io_error const& e) {
+      raise(database_error.ptr(), e);
     } catch (std::invalid_argument const& e) {
       raise(PyExc_ValueError, e);
     } catch (std::out_of_range const& e) {
@@ -616,7 +620,7 @@ PYBIND11_MODULE(kora, m) {
       .def_property_readonly(
           "formula",
           [](Molecule const& mol) {
-            kora::cli::FormulaCounter counter;
+            kora::FormulaCounter counter;
             counter.add(*mol.molecule);
             return counter.formula();
           },
@@ -679,7 +683,7 @@ PYBIND11_MODULE(kora, m) {
           "data",
           [](EntryRef const& e) {
             py::dict data;
-            if (std::optional<kora::cli::DataItems> const items = kora::cli::sd_data(*e.entry)) {
+            if (std::optional<kora::DataItems> const items = kora::sd_data(*e.entry)) {
               for (auto const& [name, lines] : *items) {
                 py::str const key = text(name);
                 if (data.contains(key)) continue;
@@ -784,8 +788,8 @@ PYBIND11_MODULE(kora, m) {
           py::gil_scoped_release const release;
           std::error_code ec;
           if (!std::filesystem::is_regular_file(name, ec)) return std::nullopt;
-          THandle<kora::FileFormat> const found = kora::cli::identify_file(name);
-          if (found) format = kora::cli::canonical_format(*found);
+          THandle<kora::FileFormat> const found = kora::identify_file(name);
+          if (found) format = kora::canonical_format(*found);
         }
         if (format.empty()) return std::nullopt;
         return format;
@@ -799,8 +803,7 @@ PYBIND11_MODULE(kora, m) {
         for (THandle<kora::FileFormat> const& f : kora::file_formats()) {
           // Every format is written by kora.write (the MOL descriptor calls itself read-only,
           // but its file object prints).
-          Format format{kora::cli::canonical_format(*f), f->name(), kora::cli::extensions_of(*f),
-                        true};
+          Format format{kora::canonical_format(*f), f->name(), kora::format_extensions(*f), true};
           formats.push_back(std::move(format));
         }
         return formats;

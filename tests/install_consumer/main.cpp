@@ -1,16 +1,10 @@
-// Uses the installed library through its public headers only.
-#include <kora/kernel/element.hpp>
-#include <kora/kernel/string_functions.hpp>
+// The README's example, built against the installed library: entry 3 of any file, as Mol2.
+#include <kora/io.hpp>
 
-#include <iostream>
-#include <sstream>
-
-int main() {
-  std::istringstream in("Ca\r\nD\rXx");
-  std::string line;
-  int set = 0;
-  while (kora::getline(in, line))
-    set += kora::Element(line).is_set() ? 1 : 0;
-  std::cout << set << "\n";
-  return set == 2 ? 0 : 1;
+int main(int argc, char** argv) {
+  if (argc != 3) return 2;
+  kora::Entries const entries = kora::open(argv[1]);  // any format, found from the file
+  kora::EntryWriter out(argv[2]);                     // the format of the name's extension
+  out.write(*entries.entry(3));
+  out.close();
 }

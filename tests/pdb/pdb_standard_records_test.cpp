@@ -81,7 +81,8 @@ TEST(PdbStandardRecords, BFactorsAndAnisouAreDisplacementParameters) {
   PdbFile const file = read_with(text, standard());
   std::vector<THandle<Atom>> const atoms = atoms_of(file);
   ASSERT_EQ(atoms.size(), 2U);
-  Cell const& cell = *file.cell();
+  THandle<Cell> const cell_handle = file.cell();  // a copy: kept while it is used
+  Cell const& cell = *cell_handle;
 
   THandle<AtomicDisplacementParameters> const n =
       atoms[0]->site()->atomic_displacement_parameters();
@@ -290,7 +291,8 @@ TEST(PdbStandardRecords, ResidueNameAndChainColumns) {
                              "   1       1.000   2.000   3.000  1.00 20.00           O\n";
     for (bool const is_standard : {true, false}) {
       PdbFile const file = read_with(line, is_standard ? standard() : ReadOptions());
-      AtomDetails const* d = file.molecule()->atom(0)->details();
+      THandle<Atom> const atom = file.molecule()->atom(0);
+      AtomDetails const* d = atom->details();
       ASSERT_NE(d, nullptr);
       EXPECT_EQ(d->residue_name, is_standard ? c.standard_residue : c.classic_residue);
       if (is_standard) {

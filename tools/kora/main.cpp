@@ -1,4 +1,4 @@
-// kora: identify, list, summarise and convert Mol2, MOL/SD, PDB and SHELX RES files.
+// kora: identify, list, summarise, extract and convert Mol2, MOL/SD, PDB and SHELX RES files.
 //
 // Exit status: 0 success; 1 a file could not be read or written (or is of no known
 // format); 2 a usage error; 3 convert --keep-going skipped entries.
@@ -10,23 +10,17 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "kora/formats.hpp"
-#include "output.hpp"
-#include "sources.hpp"
-#include "summary.hpp"
+#include "kora/io.hpp"
 
 namespace {
 
 using namespace kora;
-using namespace kora::cli;
 namespace fs = std::filesystem;
 
 // A usage error (exit status 2).
@@ -34,74 +28,99 @@ struct Usage : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Progress on standard error for long runs: only on a terminal and for inputs of several MB.
+// Progress on standard error, on a terminal only and once the work has taken a second:
+// entries done, their rate and the time left.
 class Progress {
  public:
-  Progress(std::string const& file_name, int total) : total_(total) {
-    std::error_code ec;
-    auto const size = fs::file_size(file_name, ec);
-    bytes_ = ec ? 0 : static_cast<double>(size);
-    shown_ = isatty(STDERR_FILENO) && bytes_ > 4e6 && total > 1;
-    start_ = std::chrono::steady_clock::now();
-  }
+  Progress(int total, bool quiet)
+      : total_(total),
+        shown_(!quiet && total > 1 && isatty(STDERR_FILENO)),
+        start_(std::chrono::steady_clock::now()) {}
   ~Progress() {
     if (drawn_) std::cerr << '\n';
   }
+  Progress(Progress const&) = delete;
+  Progress& operator=(Progress const&) = delete;
+
   void update(int done) {
     if (!shown_) return;
     auto const now = std::chrono::steady_clock::now();
+    double const seconds = std::chrono::duration<double>(now - start_).count();
+    if (seconds < 1.0) return;
     if (done < total_ && now - last_ < std::chrono::milliseconds(100)) return;
     last_ = now;
-    double const seconds = std::chrono::duration<double>(now - start_).count();
     double const fraction = total_ > 0 ? double(done) / total_ : 1.0;
-    double const rate = seconds > 0 ? fraction * bytes_ / 1e6 / seconds : 0.0;
     double const left = fraction > 0 ? seconds * (1.0 - fraction) / fraction : 0.0;
     int const width = 30;
     int const filled = static_cast<int>(fraction * width);
     char line[160];
-    std::snprintf(line, sizeof line, "\r[%s%s] %d/%d entries, %.1f MB/s, %d:%02d left ",
+    std::snprintf(line, sizeof line, "\r[%s%s] %d/%d entries, %.0f/s, %d:%02d left ",
                   std::string(static_cast<std::size_t>(filled), '=').c_str(),
                   std::string(static_cast<std::size_t>(width - filled), ' ').c_str(), done, total_,
-                  rate, static_cast<int>(left) / 60, static_cast<int>(left) % 60);
+                  done / seconds, static_cast<int>(left) / 60, static_cast<int>(left) % 60);
     std::cerr << line << std::flush;
     drawn_ = true;
   }
 
  private:
   int total_;
-  double bytes_ = 0;
-  bool shown_ = false;
+  bool shown_;
   bool drawn_ = false;
   std::chrono::steady_clock::time_point start_;
   std::chrono::steady_clock::time_point last_;
 };
 
-// The entries a command works on: all, or the one chosen by --entry or --id.
-std::vector<int> chosen_entries(Source const& source, std::optional<int> entry,
-                                std::string const& id) {
-  if (entry) {
-    if (*entry < 0 || *entry >= source.size()) {
-      throw Failure(source.file_name() + ": no entry " + std::to_string(*entry) + " (it has " +
-                    std::to_string(source.size()) + ")");
+// What the input options of a command ask for.
+struct Input {
+  std::string file;
+  std::string from;
+  bool short_ids = false;
+  bool classic = false;
+  bool quiet = false;
+
+  Entries open() const {
+    OpenOptions options;
+    options.format = from;
+    options.short_identifiers = short_ids;
+    options.read = classic ? ReadOptions::classic_mode() : ReadOptions::standard_mode();
+    return Entries(file, options);
+  }
+};
+
+// The entry chosen by --entry or --id (with --nearest, the nearest identifier), or all.
+struct Choice {
+  std::optional<int> entry;
+  std::string id;
+  bool nearest = false;
+
+  std::vector<int> of(Entries const& entries) const {
+    if (entry) {
+      if (*entry < 0 || *entry >= entries.size()) {
+        throw io_error(entries.name() + ": no entry " + std::to_string(*entry) + " (it has " +
+                       std::to_string(entries.size()) + ")");
+      }
+      return {*entry};
     }
-    return {*entry};
+    if (!id.empty()) {
+      int i = entries.find(id);
+      if (i < 0 && nearest) {
+        Database<CrystalStructureDatabaseEntry>::IdentifierMatch match{};
+        i = entries.nearest(id, match);
+      }
+      if (i < 0) throw io_error(entries.name() + ": no entry named '" + id + "'");
+      return {i};
+    }
+    std::vector<int> all(static_cast<std::size_t>(entries.size()));
+    for (int i = 0; i < entries.size(); ++i)
+      all[static_cast<std::size_t>(i)] = i;
+    return all;
   }
-  if (!id.empty()) {
-    int const i = source.find(id);
-    if (i < 0) throw Failure(source.file_name() + ": no entry named '" + id + "'");
-    return {i};
-  }
-  std::vector<int> all(static_cast<std::size_t>(source.size()));
-  for (int i = 0; i < source.size(); ++i)
-    all[static_cast<std::size_t>(i)] = i;
-  return all;
-}
+};
 
 int run_formats() {
   for (THandle<FileFormat> const& format : file_formats()) {
-    std::vector<std::string> const extensions = extensions_of(*format);
     std::string joined;
-    for (std::string const& e : extensions)
+    for (std::string const& e : format_extensions(*format))
       joined += (joined.empty() ? "" : ",") + e;
     std::cout << format->name() << '\t' << joined << '\t'
               << (format->writeable() ? "writeable" : "read-only") << '\n';
@@ -112,91 +131,129 @@ int run_formats() {
 int run_identify(std::vector<std::string> const& files) {
   int status = 0;
   for (std::string const& file : files) {
-    std::error_code ec;
-    THandle<FileFormat> format;
-    if (fs::is_regular_file(file, ec)) format = identify_file(file);
-    std::cout << file << '\t' << (format ? format->name() : "unknown") << '\n';
-    if (!format) status = 1;
+    std::string name = "unknown";
+    if (file == "-") {
+      try {
+        name = format_descriptor(Entries(file).format())->name();
+      } catch (io_error const&) {
+      }
+    } else {
+      std::error_code ec;
+      if (fs::is_regular_file(file, ec)) {
+        if (THandle<FileFormat> const format = identify_file(file)) name = format->name();
+      }
+    }
+    std::cout << file << '\t' << name << '\n';
+    if (name == "unknown") status = 1;
   }
   return status;
 }
 
-// Standard reading unless --classic.
-ReadOptions read_options(bool classic) {
-  return classic ? ReadOptions::classic_mode() : ReadOptions::standard_mode();
-}
-
-int run_list(std::string const& file, std::string const& from, bool short_ids, bool classic) {
-  Source const source(file, from, short_ids, read_options(classic));
+int run_list(Input const& input) {
+  Entries const entries = input.open();
   std::cout << "index\tidentifier\toffset\n";
-  for (int i = 0; i < source.size(); ++i) {
-    std::cout << i << '\t' << source.identifier(i) << '\t' << source.offset(i) << '\n';
-  }
+  for (int i = 0; i < entries.size(); ++i)
+    std::cout << i << '\t' << entries.identifier(i) << '\t' << entries.offset(i) << '\n';
   return 0;
 }
 
-int run_info(std::string const& file, std::string const& from, bool short_ids,
-             std::optional<int> entry, std::string const& id, bool json, bool classic) {
-  Source const source(file, from, short_ids, read_options(classic));
-  std::vector<int> const entries = chosen_entries(source, entry, id);
-  Progress progress(file, static_cast<int>(entries.size()));
+int run_info(Input const& input, Choice const& choice, bool json) {
+  Entries const entries = input.open();
+  std::vector<int> const chosen = choice.of(entries);
+  Progress progress(static_cast<int>(chosen.size()), input.quiet);
   int done = 0;
-  for (int i : entries) {
-    THandle<CrystalStructureDatabaseEntry> e;
-    try {
-      e = source.entry(i);
-    } catch (std::exception const& error) {
-      throw Failure(file + ": entry " + std::to_string(i) + " (" + source.identifier(i).str() +
-                    "): " + error.what());
-    }
-    Summary const s = summarise(i, *e);
-    if (json) {
-      std::cout << summary_json(s) << '\n';
-    } else {
-      std::cout << summary_text(s);
-    }
+  for (int i : chosen) {
+    Summary const s = summarise(i, *entries.entry(i));
+    std::cout << (json ? summary_json(s) + '\n' : summary_text(s));
     progress.update(++done);
   }
   return 0;
 }
 
-int run_convert(std::string const& in, std::string const& out, std::string const& from,
-                std::string const& to, bool short_ids, std::optional<int> entry,
-                std::string const& id, WriteOptions const& options, bool keep_going) {
-  std::string format = to.empty() ? format_of_extension(out) : canonical_format(to);
-  if (!to.empty() && format.empty()) throw Usage("unknown output format '" + to + "'");
+// The raw text of entries named by identifier, or by index when no entry has that name.
+int run_get(Input const& input, std::vector<std::string> const& names) {
+  Entries const entries = input.open();
+  for (std::string const& name : names) {
+    int i = entries.find(name);
+    if (i < 0 && !name.empty() && name.size() < 10 &&
+        name.find_first_not_of("0123456789") == std::string::npos) {
+      i = std::stoi(name);
+      if (i >= entries.size()) i = -1;
+    }
+    if (i < 0) throw io_error(entries.name() + ": no entry named '" + name + "'");
+    std::cout << entries.text(i);
+  }
+  std::cout.flush();
+  return 0;
+}
+
+// The file of entry `index` when each entry is written to its own file: OUT with the
+// entry's index, padded to the width of the last one, before its extension
+// (out.mol2 -> out_007.mol2).
+std::string split_name(std::string const& out, int index, int count) {
+  fs::path const path(out);
+  std::string number = std::to_string(index);
+  std::size_t const width = std::to_string(std::max(count - 1, 0)).size();
+  if (number.size() < width) number.insert(0, width - number.size(), '0');
+  fs::path named = path.parent_path() / (path.stem().string() + "_" + number);
+  named += path.extension();
+  return named.string();
+}
+
+struct ConvertOptions {
+  std::string out;
+  std::string to;
+  bool v3000 = false;
+  bool keep_going = false;
+  bool split = false;
+};
+
+int run_convert(Input const& input, Choice const& choice, ConvertOptions const& c) {
+  std::string const format = c.to.empty() ? format_of_extension(c.out) : canonical_format(c.to);
+  if (!c.to.empty() && format.empty()) throw Usage("unknown output format '" + c.to + "'");
   if (format.empty()) {
-    throw Usage(out == "-" ? "give --to when writing to standard output"
-                           : "cannot tell the output format from '" + out + "': give --to");
+    throw Usage(c.out == "-" ? "give --to when writing to standard output"
+                             : "cannot tell the output format from '" + c.out + "': give --to");
   }
-  Source const source(in, from, short_ids, read_options(options.mode == Mode::classic));
-  std::vector<int> const entries = chosen_entries(source, entry, id);
-  if (format == "res" && entries.size() > 1) {
-    throw Usage("a RES file holds one structure and " + in + " has " +
-                std::to_string(entries.size()) + " entries: choose one with --entry or --id");
+  if (c.split && c.out == "-") throw Usage("--split writes files: give a file name, not -");
+  WriteOptions options =
+      input.classic ? WriteOptions::classic_mode() : WriteOptions::standard_mode();
+  options.v3000 = c.v3000;
+  Entries const entries = input.open();
+  std::vector<int> const chosen = choice.of(entries);
+  if (format == "res" && chosen.size() > 1 && !c.split) {
+    throw Usage("a RES file holds one structure and " + input.file + " has " +
+                std::to_string(chosen.size()) +
+                " entries: choose one with --entry or --id, or give --split");
   }
-  std::unique_ptr<MoleculeFile> writer = make_file_object(format);
-  Output output(out);
-  Progress progress(in, static_cast<int>(entries.size()));
+  std::optional<EntryWriter> writer;
+  if (!c.split) writer.emplace(c.out, format, options);
+  Progress progress(static_cast<int>(chosen.size()), input.quiet);
   int skipped = 0;
   int done = 0;
-  for (int i : entries) {
+  for (int i : chosen) {
+    THandle<CrystalStructureDatabaseEntry> e;
     try {
-      THandle<CrystalStructureDatabaseEntry> const e = source.entry(i);
-      write_entry(*writer, *e, options, output.stream());
-    } catch (std::exception const& error) {
-      std::string const message = in + ": entry " + std::to_string(i) + " (" +
-                                  source.identifier(i).str() + "): " + error.what();
-      if (!keep_going) throw Failure(message);
-      std::cerr << "kora: skipped " << message << '\n';
+      e = entries.entry(i);
+    } catch (database_error const& error) {
+      if (!c.keep_going) throw;
+      std::cerr << "kora: skipped " << error.what() << '\n';
       ++skipped;
+      progress.update(++done);
+      continue;
     }
-    output.check();
+    if (c.split) {
+      EntryWriter one(split_name(c.out, i, entries.size()), format, options);
+      one.write(*e);
+      one.close();
+    } else {
+      writer->write(*e);
+    }
     progress.update(++done);
   }
-  output.commit();
+  if (writer) writer->close();
   if (skipped > 0) {
-    std::cerr << "kora: skipped " << skipped << " of " << entries.size() << " entries\n";
+    std::cerr << "kora: skipped " << skipped << " of " << chosen.size() << " entries\n";
     return 3;
   }
   return 0;
@@ -205,59 +262,79 @@ int run_convert(std::string const& in, std::string const& out, std::string const
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is a write error to report, not a signal
-  CLI::App app{"kora: identify, list, summarise and convert Mol2, MOL/SD, PDB and SHELX RES files"};
+  // A reader that goes away (`kora convert ... - | head`) ends the program quietly, as it
+  // ends any program writing into a pipe.
+  std::signal(SIGPIPE, SIG_DFL);
+  CLI::App app{
+      "kora: identify, list, summarise, extract and convert Mol2, MOL/SD, PDB and "
+      "SHELX RES files"};
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Help for every command");
+  app.set_version_flag("--version", std::string("kora ") + KORA_VERSION);
 
   app.add_subcommand("formats", "List the formats: name, extensions, writeable");
 
   std::vector<std::string> identify_files;
-  auto* identify = app.add_subcommand("identify", "Name the format of each file");
+  auto* identify = app.add_subcommand("identify", "Name the format of each file (- for stdin)");
   identify->add_option("FILE", identify_files, "Files to identify")->required();
 
-  std::string file, out, from, to, id;
-  std::optional<int> entry;
-  bool short_ids = false, json = false, v3000 = false, keep_going = false, classic = false;
-  auto const add_input = [&](CLI::App* command) {
-    command->add_option("--from", from, "Input format: mol2, sdf (mol, sd, mdl), pdb (ent), res");
-    command->add_flag("--short-ids", short_ids,
+  Input input;
+  Choice choice;
+  ConvertOptions convert_options;
+  bool json = false;
+  std::vector<std::string> names;
+  auto const add_input = [&](CLI::App* command, char const* what) {
+    command->add_option("FILE", input.file, what)->required();
+    command->add_option("--from", input.from,
+                        "Input format: mol2, sdf (mol, sd, mdl), pdb (ent), res (ins)");
+    command->add_flag("--short-ids", input.short_ids,
                       "Name SD records by their six-to-eight-character codes");
-    command->add_flag("--classic", classic,
+    command->add_flag("--classic", input.classic,
                       "Read (and write) as the library's format classes do by default, instead "
                       "of following each format's public conventions");
+    command->add_flag("-q,--quiet", input.quiet, "No progress bar");
   };
   auto const add_choice = [&](CLI::App* command) {
     auto* by_index =
-        command->add_option("--entry", entry, "Only the entry with this index (from 0)");
-    command->add_option("--id", id, "Only the entry with this identifier")->excludes(by_index);
+        command->add_option("--entry", choice.entry, "Only the entry with this index (from 0)");
+    auto* by_id = command->add_option("--id", choice.id, "Only the entry with this identifier")
+                      ->excludes(by_index);
+    command
+        ->add_flag("--nearest", choice.nearest,
+                   "With --id: the entry of the nearest identifier when none is equal")
+        ->needs(by_id);
   };
 
   auto* list = app.add_subcommand("list", "List the entries of a file: index, identifier, offset");
-  list->add_option("FILE", file, "Input file")->required();
-  add_input(list);
+  add_input(list, "Input file, or - for standard input");
 
   auto* info = app.add_subcommand("info", "Summarise every entry (or one)");
-  info->add_option("FILE", file, "Input file")->required();
-  add_input(info);
+  add_input(info, "Input file, or - for standard input");
   add_choice(info);
   info->add_flag("--json", json, "One JSON object per entry per line");
 
-  auto* convert = app.add_subcommand("convert", "Write the entries of a file in another format");
-  convert->add_option("IN", file, "Input file")->required();
-  convert->add_option("OUT", out, "Output file, or - for standard output")->required();
-  add_input(convert);
-  add_choice(convert);
-  convert->add_option("--to", to, "Output format (default: from OUT's extension)");
-  convert->add_flag("--v3000", v3000, "Write V3000 MOL blocks");
+  auto* get = app.add_subcommand("get", "Print entries as the file holds them, byte for byte");
+  add_input(get, "Input file, or - for standard input");
+  get->add_option("ID", names, "Identifiers (or indexes, from 0) of the entries")->required();
 
-  convert->add_flag("--keep-going", keep_going, "Skip entries that cannot be read");
+  auto* convert = app.add_subcommand("convert", "Write the entries of a file in another format");
+  add_input(convert, "Input file, or - for standard input");
+  convert->add_option("OUT", convert_options.out, "Output file, or - for standard output")
+      ->required();
+  add_choice(convert);
+  convert->add_option("--to", convert_options.to, "Output format (default: from OUT's extension)");
+  convert->add_flag("--v3000", convert_options.v3000, "Write V3000 MOL blocks");
+  convert->add_flag("--keep-going", convert_options.keep_going, "Skip entries that cannot be read");
+  convert->add_flag("--split", convert_options.split,
+                    "One file per entry: OUT with the entry's index before its extension");
 
   try {
     app.parse(argc, argv);
   } catch (CLI::CallForHelp const& e) {
     return app.exit(e);
   } catch (CLI::CallForAllHelp const& e) {
+    return app.exit(e);
+  } catch (CLI::CallForVersion const& e) {
     return app.exit(e);
   } catch (CLI::ParseError const& e) {
     std::cerr << "kora: " << e.what() << "\nRun 'kora --help' for usage.\n";
@@ -267,13 +344,10 @@ int main(int argc, char** argv) {
   try {
     if (app.got_subcommand("formats")) return run_formats();
     if (app.got_subcommand(identify)) return run_identify(identify_files);
-    if (app.got_subcommand(list)) return run_list(file, from, short_ids, classic);
-    if (app.got_subcommand(info)) return run_info(file, from, short_ids, entry, id, json, classic);
-    if (app.got_subcommand(convert)) {
-      WriteOptions options = classic ? WriteOptions::classic_mode() : WriteOptions::standard_mode();
-      options.v3000 = v3000;
-      return run_convert(file, out, from, to, short_ids, entry, id, options, keep_going);
-    }
+    if (app.got_subcommand(list)) return run_list(input);
+    if (app.got_subcommand(info)) return run_info(input, choice, json);
+    if (app.got_subcommand(get)) return run_get(input, names);
+    if (app.got_subcommand(convert)) return run_convert(input, choice, convert_options);
   } catch (Usage const& e) {
     std::cerr << "kora: " << e.what() << '\n';
     return 2;

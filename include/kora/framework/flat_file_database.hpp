@@ -49,6 +49,9 @@ class FlatFileDatabaseIndex {
   virtual std::string const& file_name() const = 0;
   // Where entry i starts in the file; database_error outside the index.
   virtual std::streampos position(int i) const = 0;
+  // The bytes of entry i as the file holds them; database_error outside the index or when the
+  // file no longer holds the bytes it was indexed with.
+  virtual std::string text(int i) const = 0;
   // How later entries are read (classic unless set).
   virtual void set_read_options(ReadOptions const& options) = 0;
   virtual ReadOptions const& read_options() const = 0;
@@ -164,6 +167,11 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
 
   std::string const& file_name() const override { return file_name_; }
   std::streampos position(int i) const override { return positions_.at(checked_(i)); }
+  std::string text(int i) const override {
+    std::string bytes;
+    read_bytes_(i, bytes);
+    return bytes;
+  }
   void set_read_options(ReadOptions const& options) override { file_->set_read_options(options); }
   ReadOptions const& read_options() const override { return file_->read_options(); }
 
@@ -187,18 +195,7 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   // was indexed throws database_error rather than giving whatever now stands at the old
   // position.
   THandle<Entry> entry(int i) const override {
-    std::size_t const k = checked_(i);
-    auto const begin = static_cast<std::int64_t>(std::streamoff(positions_[k]));
-    switch (indexed_.read(begin, ends_[k], text_)) {
-      case detail::IndexedFile::missing:
-        throw database_error("FlatFileDatabase::entry(): couldn't open file");
-      case detail::IndexedFile::changed:
-        throw database_error("FlatFileDatabase::entry: couldn't retrieve entry " +
-                             std::to_string(i) + ": " + file_name_ +
-                             " has changed since it was indexed");
-      case detail::IndexedFile::complete:
-        break;
-    }
+    std::size_t const k = read_bytes_(i, text_);
     input_.clear();
     input_.str(std::move(text_));
     try {
@@ -219,6 +216,23 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   }
 
  private:
+  // The bytes of entry i into `bytes`; its place in the index.
+  std::size_t read_bytes_(int i, std::string& bytes) const {
+    std::size_t const k = checked_(i);
+    auto const begin = static_cast<std::int64_t>(std::streamoff(positions_[k]));
+    switch (indexed_.read(begin, ends_[k], bytes)) {
+      case detail::IndexedFile::missing:
+        throw database_error("FlatFileDatabase::entry(): couldn't open file");
+      case detail::IndexedFile::changed:
+        throw database_error("FlatFileDatabase::entry: couldn't retrieve entry " +
+                             std::to_string(i) + ": " + file_name_ +
+                             " has changed since it was indexed");
+      case detail::IndexedFile::complete:
+        break;
+    }
+    return k;
+  }
+
   // An index outside the list is refused before anything is read.
   std::size_t checked_(int i) const {
     if (i < 0 || i >= size()) {

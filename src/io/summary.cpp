@@ -1,12 +1,13 @@
-#include "summary.hpp"
+// Formulas and summaries of entries.
 
 #include <nlohmann/json.hpp>
 
 #include <sstream>
 
+#include "kora/io.hpp"
 #include "kora/mdl/sdfile_database_entry.hpp"
 
-namespace kora::cli {
+namespace kora {
 
 namespace {
 
@@ -65,6 +66,15 @@ std::optional<DataItems> sd_data(CrystalStructureDatabaseEntry const& entry) {
   return items;
 }
 
+std::string formula(CrystalStructureDatabaseEntry const& entry) {
+  FormulaCounter counter;
+  if (THandle<CrystalMaker> const maker = entry.crystal_maker()) {
+    for (int m = 0; m < maker->nmolecules(); ++m)
+      counter.add(*maker->molecule(m));
+  }
+  return counter.formula();
+}
+
 Summary summarise(int index, CrystalStructureDatabaseEntry const& entry) {
   Summary s;
   s.index = index;
@@ -91,6 +101,7 @@ Summary summarise(int index, CrystalStructureDatabaseEntry const& entry) {
     s.spacegroup = cell.spacegroup().symbol();
     s.spacegroup_number = cell.spacegroup().number();
     s.peaks = int(maker->details().density_peaks.size());
+    s.has_cell = maker->details().has_cell;
   }
   s.formula = counter.formula();
   if (std::optional<DataItems> data = sd_data(entry)) {
@@ -107,10 +118,14 @@ std::string summary_text(Summary const& s) {
       << "  atoms: " << s.atoms << '\n'
       << "  bonds: " << s.bonds << '\n'
       << "  formula: " << s.formula << '\n'
-      << "  charge: " << s.charge << '\n'
-      << "  cell: " << s.cell[0] << ' ' << s.cell[1] << ' ' << s.cell[2] << ' ' << s.cell[3] << ' '
-      << s.cell[4] << ' ' << s.cell[5] << '\n'
-      << "  spacegroup: " << s.spacegroup << " (" << s.spacegroup_number << ")\n";
+      << "  charge: " << s.charge << '\n';
+  if (s.has_cell) {
+    out << "  cell: " << s.cell[0] << ' ' << s.cell[1] << ' ' << s.cell[2] << ' ' << s.cell[3]
+        << ' ' << s.cell[4] << ' ' << s.cell[5] << '\n'
+        << "  spacegroup: " << s.spacegroup << " (" << s.spacegroup_number << ")\n";
+  } else {
+    out << "  cell: none\n  spacegroup: none\n";
+  }
   if (s.peaks > 0) out << "  peaks: " << s.peaks << '\n';
   if (s.has_data) {
     out << "  data:\n";
@@ -133,9 +148,14 @@ std::string summary_json(Summary const& s) {
   j["bonds"] = s.bonds;
   j["formula"] = s.formula;
   j["charge"] = s.charge;
-  j["cell"] = {{"a", s.cell[0]},     {"b", s.cell[1]},    {"c", s.cell[2]},
-               {"alpha", s.cell[3]}, {"beta", s.cell[4]}, {"gamma", s.cell[5]}};
-  j["spacegroup"] = {{"symbol", s.spacegroup}, {"number", s.spacegroup_number}};
+  if (s.has_cell) {
+    j["cell"] = {{"a", s.cell[0]},     {"b", s.cell[1]},    {"c", s.cell[2]},
+                 {"alpha", s.cell[3]}, {"beta", s.cell[4]}, {"gamma", s.cell[5]}};
+    j["spacegroup"] = {{"symbol", s.spacegroup}, {"number", s.spacegroup_number}};
+  } else {
+    j["cell"] = nullptr;
+    j["spacegroup"] = nullptr;
+  }
   if (s.peaks > 0) j["peaks"] = s.peaks;
   if (s.has_data) {
     nlohmann::ordered_json data = nlohmann::ordered_json::object();
@@ -147,4 +167,4 @@ std::string summary_json(Summary const& s) {
   return j.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-}  // namespace kora::cli
+}  // namespace kora
