@@ -286,8 +286,23 @@ void SDfileDatabaseReader::parse_standard_(std::vector<DatabaseEntryIdentifier>&
   };
   // The name of a block whose counts line is the current line: the first of its four lines
   // that gives one.
+  // Named as they stand, blocks take their title line; a blank title gives "ENTRYn" (n
+  // counting blocks from 1), so that records drawn without a name are told apart rather than
+  // all named by their program line.
   auto const name_from_header = [&] {
     Name name;
+    if (compliance_ == FileFormat::verbatim_identifiers) {
+      std::string_view const title = lines.text_before(3);
+      name.found = true;
+      if (trim_view(title, " \t").empty()) {
+        // The block still open is closed, and counted, when this one opens.
+        int const before = static_cast<int>(positions.size()) + (block_open ? 1 : 0);
+        name.text = generate_identifier_from_index(before + 1).str();
+      } else {
+        name.text.assign(title);
+      }
+      return name;
+    }
     for (long back = 3; back >= 0 && !name.found; --back)
       name.found = offer_identifier(compliance_, lines.text_before(back), name.text);
     return name;
