@@ -30,6 +30,16 @@ std::string one_line(std::string const& message) {
     text.remove_suffix(1);
   std::size_t const last = text.rfind('\n');
   if (last != std::string_view::npos) text.remove_prefix(last + 1);
+  // "PdbFile::read(): Space group and unit cell inconsistent.": the class and operation that
+  // found the fault say nothing to a user of the file.
+  for (;;) {
+    std::size_t const colon = text.find(": ");
+    std::string_view const head = text.substr(0, colon);
+    if (colon == std::string_view::npos || head.find("::") == std::string_view::npos ||
+        head.find(' ') != std::string_view::npos)
+      break;
+    text.remove_prefix(colon + 2);
+  }
   return std::string(text);
 }
 

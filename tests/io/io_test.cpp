@@ -69,6 +69,23 @@ TEST_F(Facade, FailuresNameTheInputInOneLine) {
   }
   EXPECT_THROW(entries.entry(3), kora::database_error);
 
+  // A PDB whose cell and space group disagree: the cause without the reader's own name.
+  std::string const pdb =
+      write("bad.pdb",
+            "HEADER    VRX ENTRY  one\n"
+            "CRYST1   10.000   12.000   14.000  90.00  90.00  90.00 R 3           1\n"
+            "HETATM    1  C1  UNL A   1       0.000   0.000   0.000  1.00  0.00           C\n"
+            "END\n")
+          .string();
+  try {
+    kora::open(pdb).entry(0);
+    ADD_FAILURE() << "no exception";
+  } catch (std::exception const& e) {
+    std::string const message = e.what();
+    EXPECT_EQ(message.find("::"), std::string::npos) << message;
+    EXPECT_NE(message.find("Space group and unit cell inconsistent"), std::string::npos) << message;
+  }
+
   struct Case {
     std::string path;
     char const* message;
