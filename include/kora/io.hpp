@@ -108,7 +108,7 @@ class Entries {
   std::string const& format() const { return format_; }
   /// The number of entries.
   int size() const;
-  /// The identifier of entry i; database_error outside 0 <= i < size().
+  /// The identifier of entry i, 0 <= i < size().
   DatabaseEntryIdentifier identifier(int i) const;
   /// Where entry i starts in the input, in bytes; -1 when unknown.
   long long offset(int i) const;
