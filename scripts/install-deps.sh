@@ -8,6 +8,7 @@ set -euo pipefail
 #   install-deps.sh --python  also pybind11, the Python headers, pytest and numpy
 #   install-deps.sh --rdkit   also RDKit for Python, to compare against
 #   install-deps.sh --peers   also the Python readers of RDKit, Open Babel, gemmi and cctbx
+#   install-deps.sh --docs    also Doxygen and help2man, for the API reference and man page
 packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev libcli11-dev nlohmann-json3-dev)
 for option in "$@"; do
   case $option in
@@ -15,6 +16,7 @@ for option in "$@"; do
     --python) packages+=(pybind11-dev python3-dev python3-pytest python3-numpy) ;;
     --rdkit) packages+=(python3-rdkit) ;;
     --peers) packages+=(python3-rdkit python3-openbabel python3-gemmi python3-cctbx) ;;
+    --docs) packages+=(doxygen help2man) ;;
     *) echo "install-deps: unknown option $option" >&2; exit 2 ;;
   esac
 done

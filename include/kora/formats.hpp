@@ -1,7 +1,8 @@
 #pragma once
 
-// The registry of file formats: every descriptor the library offers, in the order in which
-// they are asked whether they take a file.
+/// \file
+/// The registry of file formats: every descriptor the library offers, in the order in which
+/// they are asked whether they take a file.
 
 #include <string>
 #include <vector>
@@ -11,12 +12,12 @@
 
 namespace kora {
 
-// The descriptors, in registry order.
+/// The descriptors, in registry order.
 std::vector<THandle<FileFormat>> const& file_formats();
 
-// The first descriptor of the registry that takes the file: for a text-identified format
-// when identify(file name) is true, otherwise when make_molecule_file gives a file object.
-// Null when none does.
+/// The first descriptor of the registry that takes the file: for a text-identified format
+/// when identify(file name) is true, otherwise when make_molecule_file gives a file object.
+/// Null when none does.
 THandle<FileFormat> find_file_format(FileFormat::OpenParameters const& parameters);
 
 }  // namespace kora

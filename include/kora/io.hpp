@@ -1,13 +1,14 @@
 #pragma once
 
-// The facade: open any structure file as a list of entries, whatever its format, and write
-// entries in any format. Reading and writing follow each format's public conventions
-// (standard mode) unless the options ask for the classes' classic behaviour.
-//
-//     kora::Entries const entries = kora::open("ligands.sdf");
-//     kora::EntryWriter out("ligand.mol2");
-//     out.write(*entries.entry(3));
-//     out.close();
+/// \file
+/// The facade: open any structure file as a list of entries, whatever its format, and write
+/// entries in any format. Reading and writing follow each format's public conventions
+/// (standard mode) unless the options ask for the classes' classic behaviour.
+///
+///     kora::Entries const entries = kora::open("ligands.sdf");
+///     kora::EntryWriter out("ligand.mol2");
+///     out.write(*entries.entry(3));
+///     out.close();
 
 #include <iosfwd>
 #include <map>
@@ -27,19 +28,19 @@
 
 namespace kora {
 
-// A file that could not be opened, read as a whole or written; the message names the file.
+/// A file that could not be opened, read as a whole or written; the message names the file.
 struct io_error : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
-// An input that does not exist, or is a directory or a device where a file was expected.
+/// An input that does not exist, or is a directory or a device where a file was expected.
 struct missing_file : io_error {
   using io_error::io_error;
 };
-// A format name nobody knows, a file no format takes, or one the format asked for refuses.
+/// A format name nobody knows, a file no format takes, or one the format asked for refuses.
 struct unknown_format : io_error {
   using io_error::io_error;
 };
-// An output file that could not be written.
+/// An output file that could not be written.
 struct output_error : io_error {
   using io_error::io_error;
 };
@@ -47,69 +48,79 @@ struct output_error : io_error {
 // ---------------------------------------------------------------------------------------------
 // Formats by name.
 
-// The short names of the formats: "mol2", "sdf", "pdb", "res". Maps a name or alias (mol2;
-// sdf, mol, sd, mdl; pdb, ent; res, ins), in any case, to it; "" when there is none.
+/// The short names of the formats: "mol2", "sdf", "pdb", "res". Maps a name or alias (mol2;
+/// sdf, mol, sd, mdl; pdb, ent; res, ins), in any case, to it; "" when there is none.
 std::string canonical_format(std::string const& name);
-// The short name of a descriptor of the registry; "" for another.
+/// The short name of a descriptor of the registry; "" for another.
 std::string canonical_format(FileFormat const& format);
-// The extension of a file name, without its dot ("" when it has none).
+/// The extension of a file name, without its dot ("" when it has none).
 std::string extension_of(std::string const& file_name);
-// The format a file name's extension names ("" when none does).
+/// The format a file name's extension names ("" when none does).
 std::string format_of_extension(std::string const& file_name);
-// A descriptor's extensions, as files are recognised by them (SHELX also takes "ins").
+/// A descriptor's extensions, as files are recognised by them (SHELX also takes "ins").
 std::vector<std::string> format_extensions(FileFormat const& format);
-// The descriptor of a short name (null when there is none).
+/// The descriptor of a short name (null when there is none).
 THandle<FileFormat> format_descriptor(std::string const& format);
 
-// The descriptor that takes a file: the registry's first that does, else the SHELX one for
-// a file named .res or .ins in any case or whose text begins like a SHELX file (TITL or CELL
-// first, after blank and REM lines). Null when nothing takes it.
+/// The descriptor that takes a file: the registry's first that does, else the SHELX one for
+/// a file named .res or .ins in any case or whose text begins like a SHELX file (TITL or CELL
+/// first, after blank and REM lines). Null when nothing takes it.
 THandle<FileFormat> identify_file(std::string const& file_name);
 
-// A new, empty file object of a format (short name), for reading one structure or writing.
+/// A new, empty file object of a format (short name), for reading one structure or writing.
 std::unique_ptr<MoleculeFile> make_file_object(std::string const& format);
 
 // ---------------------------------------------------------------------------------------------
 // Reading.
 
+/// How open() and Entries read an input.
 struct OpenOptions {
-  // The format (a name canonical_format knows); empty: identified from the file.
+  /// The format (a name canonical_format knows); empty: identified from the file.
   std::string format;
+  /// How the entries are read: standard mode unless set otherwise.
   ReadOptions read = ReadOptions::standard_mode();
-  // SD records named by the six-to-eight-character codes of their first line rather than
-  // by the line as it stands.
+  /// SD records named by the six-to-eight-character codes of their first line rather than
+  /// by the line as it stands.
   bool short_identifiers = false;
 };
 
-// The entries of one input: its database (random access by index or identifier), or, when
-// the format takes the input but finds no entry boundaries in it, the whole input read as
-// one entry. Standard input ("-") is read through to its end first.
+/// The entries of one input: its database (random access by index or identifier), or, when
+/// the format takes the input but finds no entry boundaries in it, the whole input read as
+/// one entry. Standard input ("-") is read through to its end first.
 class Entries {
  public:
+  /// Opens a file ("-": standard input) and indexes its entries. An input that is missing or
+  /// not a file throws missing_file, one no format takes (or not the format asked for)
+  /// unknown_format, and one that cannot be indexed io_error.
   explicit Entries(std::string const& path, OpenOptions const& options = {});
-  // The entries of a stream, read through to its end; `name` names it in messages.
+  /// The entries of a stream, read through to its end; `name` names it in messages.
   Entries(std::istream& in, std::string const& name, OpenOptions const& options = {});
+  /// Takes over the input, and the temporary copy of a stream with it.
   Entries(Entries&&) noexcept;
+  /// Takes over the input, and the temporary copy of a stream with it.
   Entries& operator=(Entries&&) noexcept;
+  /// Removes the temporary copy of a stream.
   ~Entries();
 
-  // The input's name as given ("-" for standard input).
+  /// The input's name as given ("-" for standard input).
   std::string const& name() const { return name_; }
-  // The short name of the input's format.
+  /// The short name of the input's format.
   std::string const& format() const { return format_; }
+  /// The number of entries.
   int size() const;
+  /// The identifier of entry i, 0 <= i < size().
   DatabaseEntryIdentifier identifier(int i) const;
-  // Where entry i starts in the input, in bytes; -1 when unknown.
+  /// Where entry i starts in the input, in bytes; -1 when unknown.
   long long offset(int i) const;
-  // Entry i; failures throw database_error, in one line: "input:line: entry i (identifier):
-  // cause", the line being where the entry starts.
+  /// Entry i; failures throw database_error, in one line: "input:line: entry i (identifier):
+  /// cause", the line being where the entry starts.
   THandle<CrystalStructureDatabaseEntry> entry(int i) const;
-  // The bytes of entry i as the input holds them.
+  /// The bytes of entry i as the input holds them.
   std::string text(int i) const;
-  // The index of the first entry with exactly this identifier; -1 when there is none.
+  /// The index of the first entry with exactly this identifier; -1 when there is none.
   int find(std::string const& identifier) const;
-  // The entry with this identifier, else the first equal to it ignoring case, else the
-  // nearest after it, else before it; -1 when there is none.
+  /// The entry with this identifier, else the first equal to it ignoring case, else the
+  /// nearest after it, else before it; -1 when there is none.
   int nearest(std::string const& identifier,
               Database<CrystalStructureDatabaseEntry>::IdentifierMatch& match) const;
 
@@ -123,37 +134,39 @@ class Entries {
   THandle<CrystalStructureDatabaseEntry> whole_file_;  // when the index found nothing
 };
 
-// The entries of a file ("-": standard input).
+/// The entries of a file ("-": standard input).
 Entries open(std::string const& path, OpenOptions const& options = {});
 
 // ---------------------------------------------------------------------------------------------
 // Writing.
 
-// Writes one entry through a file object of the output format, as the options say (MOL
-// blocks are V3000 when they ask for it); an SD record written as SD keeps its data items.
+/// Writes one entry through a file object of the output format, as the options say (MOL
+/// blocks are V3000 when they ask for it); an SD record written as SD keeps its data items.
 void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entry,
                  WriteOptions const& options, std::ostream& out);
 
-// Entries written to a file in one format. A path is written through a temporary file beside
-// it, put in place by close() with the replaced file's mode (or a new file's), so that a
-// failure leaves an existing file as it was; "-", devices and pipes are written directly.
-// Failures throw output_error naming the target.
+/// Entries written to a file in one format. A path is written through a temporary file beside
+/// it, put in place by close() with the replaced file's mode (or a new file's), so that a
+/// failure leaves an existing file as it was; "-", devices and pipes are written directly.
+/// Failures throw output_error naming the target.
 class EntryWriter {
  public:
-  // The format is a short name or alias; empty: from the path's extension.
+  /// The format is a short name or alias; empty: from the path's extension.
   explicit EntryWriter(std::string const& path, std::string const& format = "",
                        WriteOptions const& options = WriteOptions::standard_mode());
-  // Entries written to a stream the caller owns.
+  /// Entries written to a stream the caller owns.
   EntryWriter(std::ostream& out, std::string const& format,
               WriteOptions const& options = WriteOptions::standard_mode());
   EntryWriter(EntryWriter const&) = delete;
   EntryWriter& operator=(EntryWriter const&) = delete;
-  // Without close(), a temporary file is removed and the target left as it was.
+  /// Without close(), a temporary file is removed and the target left as it was.
   ~EntryWriter();
 
+  /// The short name of the output format.
   std::string const& format() const { return format_; }
+  /// Writes one entry after those written before; output_error after close().
   void write(CrystalStructureDatabaseEntry const& entry);
-  // Flushes and puts the file in place.
+  /// Flushes and puts the file in place.
   void close();
 
  private:
@@ -168,12 +181,14 @@ class EntryWriter {
 // ---------------------------------------------------------------------------------------------
 // Summaries.
 
-// Element counts written as a formula in Hill order: carbon, then hydrogen, then the other
-// symbols alphabetically; without carbon, every symbol alphabetically. Atoms without an
-// element count as "?" at the end.
+/// Element counts written as a formula in Hill order: carbon, then hydrogen, then the other
+/// symbols alphabetically; without carbon, every symbol alphabetically. Atoms without an
+/// element count as "?" at the end.
 class FormulaCounter {
  public:
+  /// Counts the atoms of a molecule.
   void add(Molecule const& molecule);
+  /// The formula of every atom counted so far; "" when there were none.
   std::string formula() const;
 
  private:
@@ -181,38 +196,40 @@ class FormulaCounter {
   int unknown_ = 0;
 };
 
-// The formula of the molecules of an entry.
+/// The formula of the molecules of an entry.
 std::string formula(CrystalStructureDatabaseEntry const& entry);
 
+/// The data items of an SD record in file order: each item's name and its lines of value.
 using DataItems = std::vector<std::pair<std::string, std::vector<std::string>>>;
 
-// The data items of an SD record, each named by the text between "<" and ">" of its header
-// line; nothing when the entry is not an SD record.
+/// The data items of an SD record, each named by the text between "<" and ">" of its header
+/// line; nothing when the entry is not an SD record.
 std::optional<DataItems> sd_data(CrystalStructureDatabaseEntry const& entry);
 
-// What can be said of an entry in a few lines.
+/// What can be said of an entry in a few lines.
 struct Summary {
-  int index = 0;
-  std::string identifier;
-  int molecules = 0;
-  int atoms = 0;
-  int bonds = 0;
-  std::string formula;  // Hill order; "?" for atoms without an element
-  int charge = 0;
-  bool has_cell = false;                // the structure has crystal data of its own
-  double cell[6] = {0, 0, 0, 0, 0, 0};  // a, b, c, alpha, beta, gamma (degrees)
-  std::string spacegroup;
-  int spacegroup_number = 0;
-  int peaks = 0;          // difference-map peaks of the structure (SHELX Q peaks)
-  bool has_data = false;  // an SD record: data items follow
-  DataItems data;
+  int index = 0;                        ///< the entry's index in its input
+  std::string identifier;               ///< the entry's identifier
+  int molecules = 0;                    ///< molecules of the structure
+  int atoms = 0;                        ///< atoms of every molecule
+  int bonds = 0;                        ///< bonds of every molecule
+  std::string formula;                  ///< Hill order; "?" for atoms without an element
+  int charge = 0;                       ///< the sum of the atoms' formal charges
+  bool has_cell = false;                ///< the structure has crystal data of its own
+  double cell[6] = {0, 0, 0, 0, 0, 0};  ///< a, b, c, alpha, beta, gamma (degrees)
+  std::string spacegroup;               ///< the compact Hermann-Mauguin symbol of the cell's group
+  int spacegroup_number = 0;            ///< its number in International Tables; 0 when unknown
+  int peaks = 0;                        ///< difference-map peaks of the structure (SHELX Q peaks)
+  bool has_data = false;                ///< an SD record: data items follow
+  DataItems data;                       ///< the SD record's data items
 };
 
+/// The summary of an entry, listed under `index`.
 Summary summarise(int index, CrystalStructureDatabaseEntry const& entry);
-// The summary as indented text lines.
+/// The summary as indented text lines.
 std::string summary_text(Summary const& s);
-// The summary as one line of JSON (no line end); a cell and space group the entry does not
-// have are null.
+/// The summary as one line of JSON (no line end); a cell and space group the entry does not
+/// have are null.
 std::string summary_json(Summary const& s);
 
 }  // namespace kora

@@ -1,6 +1,7 @@
 #pragma once
 
-// Read-only databases of crystal-structure entries.
+/// \file
+/// Read-only databases of crystal-structure entries.
 
 #include <stdexcept>
 #include <string>
@@ -12,7 +13,7 @@
 
 namespace kora {
 
-// Every failure of a database.
+/// Every failure of a database.
 class database_error : public std::runtime_error {
  public:
   explicit database_error(std::string const& message) : std::runtime_error(message) {}
@@ -31,9 +32,9 @@ class Database {
   }
   virtual DatabaseEntryIdentifier identifier(int i) const = 0;
   virtual bool identifier_exists(DatabaseEntryIdentifier const& id) const = 0;
-  // The entry whose identifier is id (match exact), else the first equal to it ignoring
-  // case (match equal_ignoring_case), else the smallest identifier above it ignoring case,
-  // else the largest below it (match nearest_only); -1 for an empty database.
+  /// The entry whose identifier is id (match exact), else the first equal to it ignoring
+  /// case (match equal_ignoring_case), else the smallest identifier above it ignoring case,
+  /// else the largest below it (match nearest_only); -1 for an empty database.
   virtual int nearest_entry(DatabaseEntryIdentifier const& id, IdentifierMatch& match) const;
   virtual int index(DatabaseEntryIdentifier const& id) const = 0;
   virtual int size() const = 0;

@@ -1,8 +1,9 @@
 #pragma once
 
-// A read-only database over one multi-entry text file: indexed once when it is built, then
-// read one entry at a time by seeking to the entry and reading it with the format's file
-// object.
+/// \file
+/// A read-only database over one multi-entry text file: indexed once when it is built, then
+/// read one entry at a time by seeking to the entry and reading it with the format's file
+/// object.
 
 #include <algorithm>
 #include <cstdint>
@@ -22,8 +23,8 @@
 
 namespace kora {
 
-// The entry index of a format: finds where each entry of a file starts and what it is
-// called.
+/// The entry index of a format: finds where each entry of a file starts and what it is
+/// called.
 class FlatFileDatabaseReader {
  public:
   explicit FlatFileDatabaseReader(std::string file_name) : file_name_(std::move(file_name)) {}
@@ -31,44 +32,44 @@ class FlatFileDatabaseReader {
 
   std::string const& file_name() const { return file_name_; }
 
-  // Appends one identifier and the stream position where the entry starts, per entry.
+  /// Appends one identifier and the stream position where the entry starts, per entry.
   virtual void parse(std::vector<DatabaseEntryIdentifier>& identifiers,
                      std::vector<std::streampos>& positions) const = 0;
-  // The identifier of an entry that names none: "ENTRY" followed by the number ("ENTRY3").
+  /// The identifier of an entry that names none: "ENTRY" followed by the number ("ENTRY3").
   virtual DatabaseEntryIdentifier generate_identifier_from_index(int number) const;
 
  private:
   std::string file_name_;
 };
 
-// What every flat-file database tells of its file, whatever its entry, reader and file
-// types: reached from a database handle with handle_dynamic_cast.
+/// What every flat-file database tells of its file, whatever its entry, reader and file
+/// types: reached from a database handle with handle_dynamic_cast.
 class FlatFileDatabaseIndex {
  public:
   virtual ~FlatFileDatabaseIndex() = default;
   virtual std::string const& file_name() const = 0;
-  // Where entry i starts in the file; database_error outside the index.
+  /// Where entry i starts in the file; database_error outside the index.
   virtual std::streampos position(int i) const = 0;
-  // The bytes of entry i as the file holds them; database_error outside the index or when the
-  // file no longer holds the bytes it was indexed with.
+  /// The bytes of entry i as the file holds them; database_error outside the index or when the
+  /// file no longer holds the bytes it was indexed with.
   virtual std::string text(int i) const = 0;
-  // How later entries are read (classic unless set).
+  /// How later entries are read (classic unless set).
   virtual void set_read_options(ReadOptions const& options) = 0;
   virtual ReadOptions const& read_options() const = 0;
 };
 
-// What a file was when it was examined: its kind, size, last modification time and identity
-// (device and inode).
+/// What a file was when it was examined: its kind, size, last modification time and identity
+/// (device and inode).
 struct FileState {
   enum Kind { missing, regular, other };  // missing: absent or cannot be examined
 
   Kind kind = missing;
   std::uintmax_t size = 0;
-  std::int64_t modified = 0;  // nanoseconds since the epoch
+  std::int64_t modified = 0;  ///< nanoseconds since the epoch
   std::uintmax_t device = 0;
   std::uintmax_t inode = 0;
 
-  // The state of the file a name leads to (symbolic links are followed).
+  /// The state of the file a name leads to (symbolic links are followed).
   static FileState of(std::string const& file_name) noexcept;
   bool operator==(FileState const&) const = default;
 };
@@ -122,16 +123,16 @@ std::vector<std::int64_t> entry_ends(std::vector<std::streampos> const& position
 
 }  // namespace detail
 
-// Reading is done with one file object per database: a database may be read from one thread
-// at a time. Several databases over the same file may be read from different threads.
+/// Reading is done with one file object per database: a database may be read from one thread
+/// at a time. Several databases over the same file may be read from different threads.
 template <class Entry, class Reader, class File>
 class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
  public:
-  // Indexes the file with Reader(file_name, reader_arguments...); its errors pass through. A
-  // name that leads to anything but a regular file (a directory, a device, a pipe) throws
-  // database_error: entries are read by seeking. Entries the reader finds beyond the size
-  // the file had when it was examined (written while it was being indexed) are left out; a
-  // negative position throws database_error.
+  /// Indexes the file with Reader(file_name, reader_arguments...); its errors pass through. A
+  /// name that leads to anything but a regular file (a directory, a device, a pipe) throws
+  /// database_error: entries are read by seeking. Entries the reader finds beyond the size
+  /// the file had when it was examined (written while it was being indexed) are left out; a
+  /// negative position throws database_error.
   template <class... ReaderArguments>
   explicit FlatFileDatabase(std::string const& file_name, ReaderArguments&&... reader_arguments)
       : file_name_(file_name), indexed_(file_name), file_(make_handle<File>()) {
@@ -188,12 +189,12 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   }
   void flush() override {}
 
-  // Entry i, read from the file. The entry's bytes run from its position to the next entry's
-  // start (detail::entry_ends) and are read in one piece into memory and parsed from there.
-  // The file must still hold the bytes it was indexed with (detail::IndexedFile): a file that
-  // was only touched or appended to reads on; one rewritten, truncated or replaced since it
-  // was indexed throws database_error rather than giving whatever now stands at the old
-  // position.
+  /// Entry i, read from the file. The entry's bytes run from its position to the next entry's
+  /// start (detail::entry_ends) and are read in one piece into memory and parsed from there.
+  /// The file must still hold the bytes it was indexed with (detail::IndexedFile): a file that
+  /// was only touched or appended to reads on; one rewritten, truncated or replaced since it
+  /// was indexed throws database_error rather than giving whatever now stands at the old
+  /// position.
   THandle<Entry> entry(int i) const override {
     std::size_t const k = read_bytes_(i, text_);
     input_.clear();
@@ -252,8 +253,8 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   mutable std::istringstream input_;  // reads them
 };
 
-// The database a format's make_database gives: the file the parameters name, indexed with
-// Reader(file_name, reader_arguments...), reading its entries with the parameters' options.
+/// The database a format's make_database gives: the file the parameters name, indexed with
+/// Reader(file_name, reader_arguments...), reading its entries with the parameters' options.
 template <class Reader, class File, class... ReaderArguments>
 THandle<Database<CrystalStructureDatabaseEntry>> make_flat_file_database(
     FileFormat::OpenParameters const& parameters, ReaderArguments&&... reader_arguments) {

@@ -1,6 +1,7 @@
 #pragma once
 
-// Atoms and their sites.
+/// \file
+/// Atoms and their sites.
 
 #include <string>
 
@@ -13,9 +14,9 @@
 
 namespace kora {
 
-// An atom's position: fractional and orthogonal (Cartesian, angstroms) coordinates, an
-// occupancy, the standard uncertainties of the fractional coordinates and the
-// displacement parameters.
+/// An atom's position: fractional and orthogonal (Cartesian, angstroms) coordinates, an
+/// occupancy, the standard uncertainties of the fractional coordinates and the
+/// displacement parameters.
 class Site {
  public:
   Site(Point const& fractional, Point const& orthogonal, double occupancy = 1.0);
@@ -29,17 +30,17 @@ class Site {
   void set_orthogonal(Point const& p) { orthogonal_ = p; }
   UncertainValue const& occupancy() const { return occupancy_; }
   void set_occupancy(UncertainValue const& occupancy) { occupancy_ = occupancy; }
-  // Never null: when none were given, one all-zero array shared by every such site (read it,
-  // do not change it).
+  /// Never null: when none were given, one all-zero array shared by every such site (read it,
+  /// do not change it).
   THandle<Array<Uncertainty, 3>> const& position_uncertainty() const {
     return position_uncertainty_ ? position_uncertainty_ : no_uncertainty_();
   }
-  // Null when the site has no displacement parameters.
+  /// Null when the site has no displacement parameters.
   THandle<AtomicDisplacementParameters> const& atomic_displacement_parameters() const {
     return displacement_parameters_;
   }
-  // Readers that learn an atom's displacement parameters after its position (a PDB ANISOU
-  // record follows its ATOM record) set them here.
+  /// Readers that learn an atom's displacement parameters after its position (a PDB ANISOU
+  /// record follows its ATOM record) set them here.
   void set_atomic_displacement_parameters(
       THandle<AtomicDisplacementParameters> const& displacement_parameters) {
     displacement_parameters_ = displacement_parameters;
@@ -58,8 +59,8 @@ class Site {
 class Molecule3d;
 class ProteinAtom;
 
-// The model atom. Its index and connection count are kept up to date by the molecule
-// that owns it (Molecule3d); an atom outside any molecule has index and count as last set.
+/// The model atom. Its index and connection count are kept up to date by the molecule
+/// that owns it (Molecule3d); an atom outside any molecule has index and count as last set.
 class Atom {
  public:
   virtual ~Atom() = default;
@@ -71,21 +72,21 @@ class Atom {
   virtual int formal_charge() const = 0;
   virtual void set_formal_charge(int charge) = 0;
   virtual bool has_site() const = 0;
-  // Null when the atom has no position.
+  /// Null when the atom has no position.
   virtual THandle<Site> site() const = 0;
   virtual void set_site(THandle<Site> const& site) = 0;
-  // 0-based position in its molecule.
+  /// 0-based position in its molecule.
   virtual int index() const = 0;
   virtual void set_index(int index) = 0;
-  // Number of bonded neighbours in its molecule.
+  /// Number of bonded neighbours in its molecule.
   virtual int connection_count() const = 0;
-  // A new atom with the same properties and a copy of the site (not shared).
+  /// A new atom with the same properties and a copy of the site (not shared).
   virtual THandle<Atom> clone() const = 0;
-  // The protein side of the atom (its residue); null for an atom outside any residue. A
-  // cheaper question than a dynamic_cast across the two bases.
+  /// The protein side of the atom (its residue); null for an atom outside any residue. A
+  /// cheaper question than a dynamic_cast across the two bases.
   virtual ProteinAtom const* protein_atom() const { return nullptr; }
-  // What the file said of the atom beyond the model (isotope, residue, PDB record, ...);
-  // null for an atom that keeps none.
+  /// What the file said of the atom beyond the model (isotope, residue, PDB record, ...);
+  /// null for an atom that keeps none.
   virtual AtomDetails const* details() const { return nullptr; }
   virtual AtomDetails* mutable_details() { return nullptr; }
 
@@ -94,7 +95,7 @@ class Atom {
   virtual void set_connection_count_(int count) = 0;
 };
 
-// An atom that remembers its place in the file it was read from.
+/// An atom that remembers its place in the file it was read from.
 class FileOrderedAtom3d : public Atom {
  public:
   FileOrderedAtom3d(int file_order, Element const& element, std::string label,
@@ -133,7 +134,7 @@ class FileOrderedAtom3d : public Atom {
   AtomDetails details_;
 };
 
-// The protein side of an atom: the residue it belongs to.
+/// The protein side of an atom: the residue it belongs to.
 class ProteinAtom {
  public:
   virtual ~ProteinAtom() = default;
@@ -141,14 +142,14 @@ class ProteinAtom {
   explicit ProteinAtom(std::string residue_label)
       : residue_label_(std::move(residue_label)), residue_kind_(kind_of_(residue_label_)) {}
 
-  // Residue name followed by residue number ("ALA12").
+  /// Residue name followed by residue number ("ALA12").
   std::string const& residue_label() const { return residue_label_; }
   void set_residue_label(std::string const& label) {
     residue_label_ = label;
     residue_kind_ = kind_of_(residue_label_);
   }
-  // The standard amino acid of the residue name, numbered 1 to 20 in the alphabetical
-  // order of the three-letter codes (ALA 1, ARG 2, ... VAL 20); 0 for anything else.
+  /// The standard amino acid of the residue name, numbered 1 to 20 in the alphabetical
+  /// order of the three-letter codes (ALA 1, ARG 2, ... VAL 20); 0 for anything else.
   int residue_kind() const { return residue_kind_; }
 
  private:
@@ -158,7 +159,7 @@ class ProteinAtom {
   int residue_kind_;
 };
 
-// A protein atom read from a file: an Atom and a ProteinAtom.
+/// A protein atom read from a file: an Atom and a ProteinAtom.
 class FileOrderedProteinAtom : public FileOrderedAtom3d, public ProteinAtom {
  public:
   FileOrderedProteinAtom(int file_order, Element const& element, std::string label,

@@ -1,6 +1,7 @@
 #pragma once
 
-// Bonds: the bond-order code, bonds between atom indexes, and model bonds between atoms.
+/// \file
+/// Bonds: the bond-order code, bonds between atom indexes, and model bonds between atoms.
 
 #include "kora/kernel/atom.hpp"
 #include "kora/kernel/handle.hpp"
@@ -19,18 +20,18 @@ enum BondType : int {
   pi_bond = 9
 };
 
-// A bond between two atoms given by their 0-based indexes in the atom list that travels
-// with it.
+/// A bond between two atoms given by their 0-based indexes in the atom list that travels
+/// with it.
 class BondData {
  public:
-  // Throws std::invalid_argument when an index is negative.
+  /// Throws std::invalid_argument when an index is negative.
   BondData(int atom1, int atom2, BondType type);
 
   int atom1() const { return atom1_; }
   int atom2() const { return atom2_; }
   BondType type() const { return type_; }
   void set_type(BondType type) { type_ = type; }
-  // Throws std::invalid_argument when an index is negative.
+  /// Throws std::invalid_argument when an index is negative.
   void set_atoms(int atom1, int atom2);
 
  private:
@@ -39,7 +40,7 @@ class BondData {
   BondType type_;
 };
 
-// A bond of a molecule.
+/// A bond of a molecule.
 class Bond {
  public:
   Bond(THandle<Atom> atom1, THandle<Atom> atom2, BondType type)

@@ -1,7 +1,8 @@
 #pragma once
 
-// Crystals (a cell and its molecules) and crystal makers (the description a crystal is
-// made from).
+/// \file
+/// Crystals (a cell and its molecules) and crystal makers (the description a crystal is
+/// made from).
 
 #include <vector>
 
@@ -16,12 +17,12 @@ using MoleculeList = std::vector<THandle<Molecule>>;
 
 class Crystal {
  public:
-  // A null list means no molecules.
+  /// A null list means no molecules.
   Crystal(Cell const& cell, THandle<MoleculeList> const& molecules);
 
   Cell const& cell() const { return cell_; }
   int nmolecules() const { return static_cast<int>(molecules_->size()); }
-  // Molecule i; throws std::out_of_range outside 0..nmolecules()-1.
+  /// Molecule i; throws std::out_of_range outside 0..nmolecules()-1.
   THandle<Molecule> molecule(int i) const;
 
  private:
@@ -29,10 +30,10 @@ class Crystal {
   THandle<MoleculeList> molecules_;
 };
 
-// A cell and three lists of molecules: those of the structure with 3-d coordinates, those
-// generated from them by symmetry, and those whose coordinates may be 2-d or missing (as
-// MOL files give them). Any list may be null. The molecules are numbered through the three
-// lists in that order.
+/// A cell and three lists of molecules: those of the structure with 3-d coordinates, those
+/// generated from them by symmetry, and those whose coordinates may be 2-d or missing (as
+/// MOL files give them). Any list may be null. The molecules are numbered through the three
+/// lists in that order.
 class CrystalMaker {
  public:
   CrystalMaker(Cell const& cell, THandle<MoleculeList> const& structure,
@@ -40,15 +41,15 @@ class CrystalMaker {
 
   Cell const& cell() const { return cell_; }
   int nmolecules() const { return static_cast<int>(molecules_.size()); }
-  // Molecule i; throws std::out_of_range outside 0..nmolecules()-1.
+  /// Molecule i; throws std::out_of_range outside 0..nmolecules()-1.
   THandle<Molecule> molecule(int i) const;
-  // Restricts every molecule to its atoms with positions (copies), dropping molecules left
-  // without atoms.
+  /// Restricts every molecule to its atoms with positions (copies), dropping molecules left
+  /// without atoms.
   void select_3d();
-  // A crystal of the cell and all the molecules.
+  /// A crystal of the cell and all the molecules.
   THandle<Crystal> create_crystal() const;
 
-  // What the source said of the structure beyond cell and molecules.
+  /// What the source said of the structure beyond cell and molecules.
   StructureDetails const& details() const { return details_; }
   StructureDetails& mutable_details() { return details_; }
 

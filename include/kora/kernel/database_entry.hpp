@@ -1,6 +1,7 @@
 #pragma once
 
-// Database entries: a crystal structure under an identifier.
+/// \file
+/// Database entries: a crystal structure under an identifier.
 
 #include <iosfwd>
 
@@ -17,12 +18,12 @@ class CrystalStructureDatabaseEntry {
   virtual DatabaseEntryIdentifier identifier() const = 0;
   virtual void set_identifier(DatabaseEntryIdentifier const& identifier) = 0;
   virtual THandle<CrystalMaker> crystal_maker() const = 0;
-  // A short description: the identifier, then one line per molecule with its atom and
-  // bond counts, then the cell.
+  /// A short description: the identifier, then one line per molecule with its atom and
+  /// bond counts, then the cell.
   virtual void print(std::ostream& os) const;
 };
 
-// An entry that holds its crystal maker.
+/// An entry that holds its crystal maker.
 class CrystalStructureImmediateDatabaseEntry : public CrystalStructureDatabaseEntry {
  public:
   CrystalStructureImmediateDatabaseEntry(DatabaseEntryIdentifier const& identifier,

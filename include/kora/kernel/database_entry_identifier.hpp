@@ -1,6 +1,7 @@
 #pragma once
 
-// The name of a database entry, and the case-insensitive ordering used to look names up.
+/// \file
+/// The name of a database entry, and the case-insensitive ordering used to look names up.
 
 #include <cstddef>
 #include <functional>
@@ -10,15 +11,15 @@
 
 namespace kora {
 
-// An entry's name: text of at most maximum_length_ characters without line breaks (CR, LF)
-// or NUL characters. Blanks and tabs inside are allowed (molecule names have them) and the
-// empty text is allowed. Equality is exact.
+/// An entry's name: text of at most maximum_length_ characters without line breaks (CR, LF)
+/// or NUL characters. Blanks and tabs inside are allowed (molecule names have them) and the
+/// empty text is allowed. Equality is exact.
 class DatabaseEntryIdentifier {
  public:
   static constexpr int maximum_length_ = 256;
 
   DatabaseEntryIdentifier() = default;
-  // Throws std::invalid_argument for text that is too long or holds a CR, LF or NUL.
+  /// Throws std::invalid_argument for text that is too long or holds a CR, LF or NUL.
   explicit DatabaseEntryIdentifier(std::string const& text);
   explicit DatabaseEntryIdentifier(char const* text) : DatabaseEntryIdentifier(std::string(text)) {}
 
@@ -36,7 +37,7 @@ class DatabaseEntryIdentifier {
 
 std::ostream& operator<<(std::ostream& os, DatabaseEntryIdentifier const& id);
 
-// A strict weak ordering of texts that ignores ASCII case ("abc" and "ABC" are equivalent).
+/// A strict weak ordering of texts that ignores ASCII case ("abc" and "ABC" are equivalent).
 struct CaseInsensitiveStringLess {
   using is_transparent = void;
   bool operator()(std::string_view a, std::string_view b) const noexcept;

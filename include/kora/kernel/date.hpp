@@ -1,6 +1,7 @@
 #pragma once
 
-// A calendar date.
+/// \file
+/// A calendar date.
 
 #include <string>
 
@@ -8,17 +9,17 @@ namespace kora {
 
 class Date {
  public:
-  // Throws std::invalid_argument when the day does not exist (month 1..12, day within it).
+  /// Throws std::invalid_argument when the day does not exist (month 1..12, day within it).
   Date(int day, int month, int year);
 
-  // Today's date in local time.
+  /// Today's date in local time.
   static Date today();
 
   int day() const noexcept { return day_; }
   int month() const noexcept { return month_; }
-  int year() const noexcept { return year_; }  // with century: 2026
+  int year() const noexcept { return year_; }  ///< with century: 2026
 
-  // ISO 8601: "2026-11-22".
+  /// ISO 8601: "2026-11-22".
   std::string to_string() const;
 
   friend bool operator==(Date const&, Date const&) noexcept = default;

@@ -1,7 +1,8 @@
 #pragma once
 
-// Small fixed-size geometry: arrays, vectors, points, matrices, angles and affine maps.
-// Everything is a value type with elements zero-initialised.
+/// \file
+/// Small fixed-size geometry: arrays, vectors, points, matrices, angles and affine maps.
+/// Everything is a value type with elements zero-initialised.
 
 #include <array>
 #include <cmath>
@@ -11,7 +12,7 @@
 
 namespace kora {
 
-// N values of T, indexed from 0; default all T{} (zero for numbers).
+/// N values of T, indexed from 0; default all T{} (zero for numbers).
 template <class T, std::size_t N>
 class Array {
  public:
@@ -38,7 +39,7 @@ class Array {
   std::array<T, N> values_{};
 };
 
-// An arithmetic vector: adds, subtracts and scales.
+/// An arithmetic vector: adds, subtracts and scales.
 template <class T, std::size_t N>
 class Vector : public Array<T, N> {
  public:
@@ -86,7 +87,7 @@ inline double norm(Vector<double, 3> const& v) {
   return std::sqrt(dot(v, v));
 }
 
-// A position in space (fractional or orthogonal, as the context says).
+/// A position in space (fractional or orthogonal, as the context says).
 class Point : public Vector<double, 3> {
  public:
   constexpr Point() = default;
@@ -97,12 +98,12 @@ class Point : public Vector<double, 3> {
   constexpr double z() const { return (*this)[2]; }
 };
 
-// R x C values indexed by row then column.
+/// R x C values indexed by row then column.
 template <class T, std::size_t R, std::size_t C>
 class Matrix {
  public:
   constexpr Matrix() = default;
-  // Values row by row.
+  /// Values row by row.
   constexpr Matrix(std::initializer_list<T> values) {
     std::size_t i = 0;
     for (T const& v : values) {
@@ -173,7 +174,7 @@ constexpr Point operator*(Matrix<double, 3, 3> const& m, Point const& p) {
   return Point(m * static_cast<Vector<double, 3> const&>(p));
 }
 
-// An integer matrix acting on a real vector (a symmetry rotation on a position).
+/// An integer matrix acting on a real vector (a symmetry rotation on a position).
 constexpr Vector<double, 3> operator*(Matrix<int, 3, 3> const& m, Vector<double, 3> const& v) {
   Vector<double, 3> out;
   for (std::size_t r = 0; r < 3; ++r)
@@ -189,10 +190,10 @@ constexpr T determinant(Matrix<T, 3, 3> const& m) {
          m(0, 2) * (m(1, 0) * m(2, 1) - m(1, 1) * m(2, 0));
 }
 
-// The inverse of a 3 x 3 matrix; a matrix of zeros when it is singular.
+/// The inverse of a 3 x 3 matrix; a matrix of zeros when it is singular.
 Matrix<double, 3, 3> inverse(Matrix<double, 3, 3> const& m);
 
-// An angle, held in radians.
+/// An angle, held in radians.
 class Angle {
  public:
   constexpr Angle() = default;
@@ -211,16 +212,16 @@ class Angle {
   double radians_ = 0.0;
 };
 
-// Whether two angles differ by at most the tolerance.
+/// Whether two angles differ by at most the tolerance.
 inline bool equals(Angle const& a, Angle const& b, Angle const& tolerance) {
   return std::fabs(a.radians() - b.radians()) <= tolerance.radians();
 }
 
-// An affine map of points, x' = R x + t: a 3 x 3 matrix and a translation.
+/// An affine map of points, x' = R x + t: a 3 x 3 matrix and a translation.
 class Transformation {
  public:
-  Transformation() = default;  // the identity
-  // The twelve values row by row, each row's translation last.
+  Transformation() = default;  ///< the identity
+  /// The twelve values row by row, each row's translation last.
   Transformation(double r11, double r12, double r13, double t1, double r21, double r22, double r23,
                  double t2, double r31, double r32, double r33, double t3);
   Transformation(Matrix<double, 3, 3> const& matrix, Vector<double, 3> const& translation)
@@ -230,7 +231,7 @@ class Transformation {
   Vector<double, 3> const& translation() const { return translation_; }
 
   Point operator()(Point const& p) const { return Point(matrix_ * p + translation_); }
-  // The inverse map; its matrix is zero when this map is singular.
+  /// The inverse map; its matrix is zero when this map is singular.
   Transformation inverse() const;
 
   friend bool operator==(Transformation const&, Transformation const&) = default;

@@ -1,9 +1,10 @@
 #pragma once
 
-// THandle<T>: the shared, reference-counted handle through which every model object is
-// passed and kept. It is a thin wrapper over std::shared_ptr that refuses to dereference a
-// null handle (it throws instead), converts from handles of derived classes, and orders and
-// hashes by the address it holds so handles can key ordered and unordered containers.
+/// \file
+/// THandle<T>: the shared, reference-counted handle through which every model object is
+/// passed and kept. It is a thin wrapper over std::shared_ptr that refuses to dereference a
+/// null handle (it throws instead), converts from handles of derived classes, and orders and
+/// hashes by the address it holds so handles can key ordered and unordered containers.
 
 #include <compare>
 #include <cstddef>
@@ -16,7 +17,7 @@ namespace kora {
 
 class THandleCommon {
  public:
-  // Throws std::logic_error("THandle: null handle dereferenced").
+  /// Throws std::logic_error("THandle: null handle dereferenced").
   [[noreturn]] static void null_handle_error();
 };
 
@@ -28,14 +29,14 @@ class THandle {
   THandle() noexcept = default;
   THandle(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
 
-  // Takes ownership of a freshly allocated object: THandle<Atom>(new FileOrderedAtom3d(...)).
+  /// Takes ownership of a freshly allocated object: THandle<Atom>(new FileOrderedAtom3d(...)).
   template <class U>
   requires std::is_convertible_v<U*, T*>
   explicit THandle(U* object) : ptr_(object) {}
 
   explicit THandle(std::shared_ptr<T> ptr) noexcept : ptr_(std::move(ptr)) {}
 
-  // A handle to a derived class converts to a handle to its base.
+  /// A handle to a derived class converts to a handle to its base.
   template <class U>
   requires std::is_convertible_v<U*, T*> THandle(THandle<U> const& other)
   noexcept  // NOLINT(google-explicit-constructor)
@@ -73,20 +74,20 @@ class THandle {
   std::shared_ptr<T> ptr_;
 };
 
-// Makes a new object and its handle in one allocation.
+/// Makes a new object and its handle in one allocation.
 template <class T, class... Args>
 THandle<T> make_handle(Args&&... args) {
   return THandle<T>(std::make_shared<T>(std::forward<Args>(args)...));
 }
 
-// The view of an object as another class in its hierarchy; a null handle when the object is
-// not of that class (or the handle is null).
+/// The view of an object as another class in its hierarchy; a null handle when the object is
+/// not of that class (or the handle is null).
 template <class U, class T>
 THandle<U> handle_dynamic_cast(THandle<T> const& handle) {
   return THandle<U>(std::dynamic_pointer_cast<U>(handle.shared()));
 }
 
-// The view of an object as a class known to be in its hierarchy (no run-time check).
+/// The view of an object as a class known to be in its hierarchy (no run-time check).
 template <class U, class T>
 THandle<U> handle_static_cast(THandle<T> const& handle) {
   return THandle<U>(std::static_pointer_cast<U>(handle.shared()));

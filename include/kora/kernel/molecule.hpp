@@ -1,7 +1,8 @@
 #pragma once
 
-// Molecules: the abstract molecule, the concrete Molecule3d that owns its atoms, the
-// MoleculeSubset view, and the functions that split atoms into molecules.
+/// \file
+/// Molecules: the abstract molecule, the concrete Molecule3d that owns its atoms, the
+/// MoleculeSubset view, and the functions that split atoms into molecules.
 
 #include <cstddef>
 #include <functional>
@@ -17,9 +18,9 @@
 
 namespace kora {
 
-// An iterator over a sequence whose elements a virtual accessor produces by position, so
-// that every kind of molecule can be walked the same way. Elements are returned by value
-// (handles are cheap to copy).
+/// An iterator over a sequence whose elements a virtual accessor produces by position, so
+/// that every kind of molecule can be walked the same way. Elements are returned by value
+/// (handles are cheap to copy).
 template <class T>
 class PolymorphicConstIterator {
  public:
@@ -65,14 +66,14 @@ class PolymorphicConstIterator {
   Access access_ = nullptr;
 };
 
-// The same over a molecule that may be changed through the elements it yields.
+/// The same over a molecule that may be changed through the elements it yields.
 template <class T>
 class PolymorphicIterator : public PolymorphicConstIterator<T> {
  public:
   using PolymorphicConstIterator<T>::PolymorphicConstIterator;
 };
 
-// A begin/end pair for range-for.
+/// A begin/end pair for range-for.
 template <class Iterator>
 struct IteratorRange {
   Iterator first;
@@ -149,38 +150,38 @@ class Molecule {
   virtual ~Molecule() = default;
 
   virtual int natoms() const = 0;
-  // Atom i, 0 <= i < natoms(); throws std::out_of_range otherwise.
+  /// Atom i, 0 <= i < natoms(); throws std::out_of_range otherwise.
   virtual THandle<Atom> atom(int i) const = 0;
   virtual int nbonds() const = 0;
-  // Bond i, 0 <= i < nbonds(); throws std::out_of_range otherwise.
+  /// Bond i, 0 <= i < nbonds(); throws std::out_of_range otherwise.
   virtual THandle<Bond> bond(int i) const = 0;
-  // The positions in this molecule of bond i's two atoms.
+  /// The positions in this molecule of bond i's two atoms.
   virtual std::pair<int, int> bond_atoms(int i) const = 0;
-  // The positions of the atoms bonded to atom i, one entry per bond.
+  /// The positions of the atoms bonded to atom i, one entry per bond.
   virtual std::vector<int> neighbours(int i) const = 0;
-  // The bonds of atom i, by position, in the order of neighbours(i).
+  /// The bonds of atom i, by position, in the order of neighbours(i).
   virtual std::vector<int> atom_bonds(int i) const = 0;
-  // The number of bonds of atom i in this molecule.
+  /// The number of bonds of atom i in this molecule.
   virtual int connection_count(int i) const = 0;
-  // Throws std::logic_error naming the operation when the molecule may not be changed.
+  /// Throws std::logic_error naming the operation when the molecule may not be changed.
   virtual void check_editable(char const* operation) const = 0;
-  // Removes every atom for which the predicate holds, with its bonds.
+  /// Removes every atom for which the predicate holds, with its bonds.
   virtual void remove_atoms(std::function<bool(THandle<Atom> const&)> const& predicate) = 0;
-  // Adds copies of another molecule's atoms and bonds; returns, for each of its atoms, the
-  // position of the copy in this molecule.
+  /// Adds copies of another molecule's atoms and bonds; returns, for each of its atoms, the
+  /// position of the copy in this molecule.
   virtual THandle<std::vector<int>> add(Molecule const& other) = 0;
 
-  // Sum of the atoms' formal charges.
+  /// Sum of the atoms' formal charges.
   int formal_charge() const;
 
-  // SYBYL (Tripos) atom types of all atoms ("C.ar", "N.am", "O.co2", "H", "Du", ...),
-  // assigned from elements, neighbours, bond orders and charges, and from geometry where
-  // bond orders are unknown.
+  /// SYBYL (Tripos) atom types of all atoms ("C.ar", "N.am", "O.co2", "H", "Du", ...),
+  /// assigned from elements, neighbours, bond orders and charges, and from geometry where
+  /// bond orders are unknown.
   std::vector<std::string> sybyl_atom_types() const;
-  // SYBYL bond types of all bonds: "1", "2", "3", "ar", "am", "du", "un", "nc".
+  /// SYBYL bond types of all bonds: "1", "2", "3", "ar", "am", "du", "un", "nc".
   std::vector<std::string> sybyl_bond_types() const;
-  // One atom's or one bond's type (each call types the whole molecule: use the plural forms
-  // to type every atom).
+  /// One atom's or one bond's type (each call types the whole molecule: use the plural forms
+  /// to type every atom).
   std::string atom_sybyl_type(int i) const;
   std::string bond_sybyl_type(int i) const;
 
@@ -206,21 +207,21 @@ class Molecule {
   }
 };
 
-// A molecule that owns its atoms and bonds. Each atom's index and connection count are
-// kept equal to its position and number of bonds here. Copying copies the atoms.
+/// A molecule that owns its atoms and bonds. Each atom's index and connection count are
+/// kept equal to its position and number of bonds here. Copying copies the atoms.
 class Molecule3d : public Molecule {
  public:
   Molecule3d() = default;
-  // A copy with new atoms (and sites) and bonds of the same types.
+  /// A copy with new atoms (and sites) and bonds of the same types.
   explicit Molecule3d(Molecule const& other);
   Molecule3d(Molecule3d const& other);
   Molecule3d& operator=(Molecule3d const& other);
-  // Adopts the given atoms (not copied) and joins them by the index bonds. A bond whose
-  // index lies outside the atom list, or that joins an atom to itself, throws
-  // std::invalid_argument naming the bond.
+  /// Adopts the given atoms (not copied) and joins them by the index bonds. A bond whose
+  /// index lies outside the atom list, or that joins an atom to itself, throws
+  /// std::invalid_argument naming the bond.
   Molecule3d(THandle<std::vector<THandle<Atom>>> const& atoms,
              THandle<std::vector<THandle<BondData>>> const& bonds);
-  // The same from plain lists: adopts the atoms and joins them by the bonds.
+  /// The same from plain lists: adopts the atoms and joins them by the bonds.
   Molecule3d(std::vector<THandle<Atom>> atoms, std::vector<BondData> const& bonds);
 
   int natoms() const override { return static_cast<int>(atoms_.size()); }
@@ -235,10 +236,10 @@ class Molecule3d : public Molecule {
   void remove_atoms(std::function<bool(THandle<Atom> const&)> const& predicate) override;
   THandle<std::vector<int>> add(Molecule const& other) override;
 
-  // Appends an atom (adopted, not copied) and returns its position.
+  /// Appends an atom (adopted, not copied) and returns its position.
   int add_atom(THandle<Atom> const& atom);
-  // Joins two atoms by position; throws std::invalid_argument when either is outside the
-  // molecule or they are the same atom. Returns the bond's position.
+  /// Joins two atoms by position; throws std::invalid_argument when either is outside the
+  /// molecule or they are the same atom. Returns the bond's position.
   int add_bond(int atom1, int atom2, BondType type);
 
  private:
@@ -255,20 +256,20 @@ class Molecule3d : public Molecule {
   detail::BondAdjacency adjacency_;
 };
 
-// A view of some atoms of a molecule (all of them at first) and the bonds among them. The
-// atoms are shared with the molecule, not copied; the view cannot be edited.
+/// A view of some atoms of a molecule (all of them at first) and the bonds among them. The
+/// atoms are shared with the molecule, not copied; the view cannot be edited.
 class MoleculeSubset : public Molecule {
  public:
   explicit MoleculeSubset(THandle<Molecule> const& molecule);
 
   THandle<Molecule> const& parent() const { return parent_; }
-  // Keeps only the selected atoms that have a position (a site).
+  /// Keeps only the selected atoms that have a position (a site).
   void select_3d();
-  // Keeps only the selected atoms for which the predicate holds.
+  /// Keeps only the selected atoms for which the predicate holds.
   void select(std::function<bool(THandle<Atom> const&)> const& predicate);
-  // A new Molecule3d with copies of the selected atoms and the bonds among them.
+  /// A new Molecule3d with copies of the selected atoms and the bonds among them.
   THandle<Molecule> create_molecule() const;
-  // The position in the parent of atom i of the view.
+  /// The position in the parent of atom i of the view.
   int parent_index(int i) const;
 
   int natoms() const override { return static_cast<int>(atoms_.size()); }
@@ -279,7 +280,7 @@ class MoleculeSubset : public Molecule {
   std::vector<int> neighbours(int i) const override;
   std::vector<int> atom_bonds(int i) const override;
   int connection_count(int i) const override;
-  // Always throws: a view cannot be edited.
+  /// Always throws: a view cannot be edited.
   void check_editable(char const* operation) const override;
   void remove_atoms(std::function<bool(THandle<Atom> const&)> const& predicate) override;
   THandle<std::vector<int>> add(Molecule const& other) override;
@@ -295,18 +296,18 @@ class MoleculeSubset : public Molecule {
   detail::BondAdjacency adjacency_;        // bond positions (here) of each atom
 };
 
-// Splits atoms joined by index bonds into connected molecules (Molecule3d), in the order
-// of their first atoms; every atom lands in exactly one molecule. Bonds with an index
-// outside the list throw std::invalid_argument naming the bond.
+/// Splits atoms joined by index bonds into connected molecules (Molecule3d), in the order
+/// of their first atoms; every atom lands in exactly one molecule. Bonds with an index
+/// outside the list throw std::invalid_argument naming the bond.
 THandle<std::vector<THandle<Molecule>>> create_molecules(
     std::vector<THandle<Atom>>& atoms, std::vector<THandle<BondData>> const& bonds);
 THandle<std::vector<THandle<Molecule>>> create_molecules(std::vector<THandle<Atom>>& atoms,
                                                          std::vector<BondData> const& bonds);
 
-// The same, first giving atom i a new site at the orthogonal position points[i] in the
-// cell (its fractional position through the transformation when the handle is not null,
-// else through the cell). Throws std::invalid_argument when there are fewer points than
-// atoms.
+/// The same, first giving atom i a new site at the orthogonal position points[i] in the
+/// cell (its fractional position through the transformation when the handle is not null,
+/// else through the cell). Throws std::invalid_argument when there are fewer points than
+/// atoms.
 THandle<std::vector<THandle<Molecule>>> create_molecules(
     Cell const& cell, std::vector<THandle<Atom>>& atoms,
     std::vector<THandle<BondData>> const& bonds, std::vector<Point>& points,
@@ -315,8 +316,8 @@ THandle<std::vector<THandle<Molecule>>> create_molecules(
     Cell const& cell, std::vector<THandle<Atom>>& atoms, std::vector<BondData> const& bonds,
     std::vector<Point>& points, THandle<Transformation> const& transformation);
 
-// Gives every atom with a site its fractional position from the orthogonal one, through
-// the transformation when the handle is not null, else through the cell.
+/// Gives every atom with a site its fractional position from the orthogonal one, through
+/// the transformation when the handle is not null, else through the cell.
 void add_fractional(Cell const& cell, std::vector<THandle<Atom>>& atoms,
                     THandle<Transformation> const& transformation);
 

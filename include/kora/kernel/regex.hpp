@@ -1,7 +1,8 @@
 #pragma once
 
-// A small wrapper over POSIX extended regular expressions (<regex.h>). Meant for the few
-// places that classify labels; never use it on a per-line path of a reader.
+/// \file
+/// A small wrapper over POSIX extended regular expressions (<regex.h>). Meant for the few
+/// places that classify labels; never use it on a per-line path of a reader.
 
 #include <cstddef>
 #include <memory>
@@ -11,8 +12,8 @@
 
 namespace kora {
 
-// The parts of a text that a search matched: part 0 is the whole match, part i the i-th
-// parenthesised subexpression. A part that did not take part in the match is unmatched.
+/// The parts of a text that a search matched: part 0 is the whole match, part i the i-th
+/// parenthesised subexpression. A part that did not take part in the match is unmatched.
 class RegexResults {
  public:
   RegexResults() = default;
@@ -20,10 +21,10 @@ class RegexResults {
   std::size_t size() const noexcept { return parts_.size(); }
   bool empty() const noexcept { return parts_.empty(); }
   bool matched(std::size_t i) const noexcept { return i < parts_.size() && parts_[i].matched; }
-  // Offset of part i in the searched text; std::string::npos when unmatched.
+  /// Offset of part i in the searched text; std::string::npos when unmatched.
   std::size_t position(std::size_t i) const noexcept;
   std::size_t length(std::size_t i) const noexcept;
-  // The text of part i; empty when unmatched.
+  /// The text of part i; empty when unmatched.
   std::string str(std::size_t i = 0) const;
   std::string operator[](std::size_t i) const { return str(i); }
 
@@ -41,13 +42,13 @@ class RegexResults {
 class Regex {
  public:
   // Compilation flags (combine with |): the pattern is always POSIX extended.
-  static constexpr unsigned int icase = 1u;    // ignore case
-  static constexpr unsigned int newline = 2u;  // '.' and [^...] do not match a line end
+  static constexpr unsigned int icase = 1u;    ///< ignore case
+  static constexpr unsigned int newline = 2u;  ///< '.' and [^...] do not match a line end
   // Search flags.
-  static constexpr unsigned int not_bol = 1u;  // the text does not start a line: ^ fails
-  static constexpr unsigned int not_eol = 2u;  // the text does not end a line: $ fails
+  static constexpr unsigned int not_bol = 1u;  ///< the text does not start a line: ^ fails
+  static constexpr unsigned int not_eol = 2u;  ///< the text does not end a line: $ fails
 
-  // Throws std::invalid_argument naming the pattern when it does not compile.
+  /// Throws std::invalid_argument naming the pattern when it does not compile.
   explicit Regex(std::string const& pattern, unsigned int flags = 0);
   Regex(Regex const& other);
   Regex& operator=(Regex const& other);
@@ -56,8 +57,8 @@ class Regex {
   ~Regex();
 
   std::string const& pattern() const noexcept { return pattern_; }
-  // True when the pattern matches somewhere in `text`; fills `results` with the parts of
-  // the first match (and clears them when there is none). The text ends at its first NUL.
+  /// True when the pattern matches somewhere in `text`; fills `results` with the parts of
+  /// the first match (and clears them when there is none). The text ends at its first NUL.
   bool search(std::string const& text, RegexResults& results, unsigned int flags = 0) const;
   bool search(std::string const& text, unsigned int flags = 0) const;
 

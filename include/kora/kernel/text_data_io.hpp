@@ -1,6 +1,7 @@
 #pragma once
 
-// File-system questions that readers and format descriptors ask.
+/// \file
+/// File-system questions that readers and format descriptors ask.
 
 #include <string>
 
@@ -8,7 +9,7 @@ namespace kora {
 
 class TextDataIO {
  public:
-  // Whether a file of that name exists (a directory is not a file). Never throws.
+  /// Whether a file of that name exists (a directory is not a file). Never throws.
   static bool file_exists(std::string const& file_name) noexcept;
 };
 

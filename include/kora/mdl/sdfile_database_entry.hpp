@@ -1,7 +1,8 @@
 #pragma once
 
-// The database entry of an SD file record: a crystal-structure entry that also carries the
-// record's SD data items.
+/// \file
+/// The database entry of an SD file record: a crystal-structure entry that also carries the
+/// record's SD data items.
 
 #include "kora/kernel/crystal.hpp"
 #include "kora/kernel/database_entry.hpp"
@@ -13,7 +14,7 @@ namespace kora {
 
 class SDfileDatabaseEntry : public CrystalStructureImmediateDatabaseEntry {
  public:
-  // The tags are shared with the MolFile that made the entry, not copied.
+  /// The tags are shared with the MolFile that made the entry, not copied.
   SDfileDatabaseEntry(DatabaseEntryIdentifier const& identifier,
                       THandle<CrystalMaker> const& crystal_maker,
                       THandle<MolFile::TagCollection> const& tags)

@@ -1,7 +1,8 @@
 #pragma once
 
-// The CRYSIN record of a Tripos Mol2 file: a cell and a space group given as an
-// International Tables number and a setting.
+/// \file
+/// The CRYSIN record of a Tripos Mol2 file: a cell and a space group given as an
+/// International Tables number and a setting.
 
 #include <array>
 #include <iosfwd>
@@ -14,29 +15,29 @@ namespace kora {
 
 class Mol2Crysin {
  public:
-  // The symbols of the settings of each space-group number (row 0 is empty): the standard
-  // symbol first, "---" for a setting the group does not have, "..." past its last one.
+  /// The symbols of the settings of each space-group number (row 0 is empty): the standard
+  /// symbol first, "---" for a setting the group does not have, "..." past its last one.
   using SettingTable = std::array<std::array<std::string, 6>, 231>;
   static SettingTable const& setting_table();
 
-  // From the default cell, then the record read from the stream.
+  /// From the default cell, then the record read from the stream.
   explicit Mol2Crysin(std::istream& is);
   explicit Mol2Crysin(Cell const& cell);
 
-  // a, b, c, alpha, beta, gamma, number and setting, by formatted extraction; a failed
-  // field leaves the rest as they were.
+  /// a, b, c, alpha, beta, gamma, number and setting, by formatted extraction; a failed
+  /// field leaves the rest as they were.
   void read(std::istream& is);
-  // The record without a line end; nothing at all when the setting is 0.
+  /// The record without a line end; nothing at all when the setting is 0.
   void print(std::ostream& os) const;
 
-  // The cell of the record, with the space group of its number and setting.
+  /// The cell of the record, with the space group of its number and setting.
   Cell cell() const;
-  // Number and setting of a space group (setting 0 when its symbol is in no row).
+  /// Number and setting of a space group (setting 0 when its symbol is in no row).
   void convert_from_kora(Spacegroup const& spacegroup);
   Spacegroup convert_to_kora() const;
-  // Number and setting that give back exactly the operators of the space group: those of
-  // convert_from_kora when they do, else the first setting of the group's row, or of the
-  // extra numbers 231 to 238, that does. False, with the setting 0, when none does.
+  /// Number and setting that give back exactly the operators of the space group: those of
+  /// convert_from_kora when they do, else the first setting of the group's row, or of the
+  /// extra numbers 231 to 238, that does. False, with the setting 0, when none does.
   bool convert_from_kora_exactly(Spacegroup const& spacegroup);
 
   double a() const { return a_; }
@@ -48,7 +49,7 @@ class Mol2Crysin {
   int spacegroup_number() const { return number_; }
   int setting() const { return setting_; }
 
-  // The six parameters within 0.001, the number and the setting equal.
+  /// The six parameters within 0.001, the number and the setting equal.
   bool operator==(Mol2Crysin const& other) const;
 
  private:

@@ -1,7 +1,8 @@
 #pragma once
 
-// A Tripos Mol2 file object: one molecule entry, kept as its sections, written back in a
-// fixed order and converted to and from the model.
+/// \file
+/// A Tripos Mol2 file object: one molecule entry, kept as its sections, written back in a
+/// fixed order and converted to and from the model.
 
 #include <deque>
 #include <iosfwd>
@@ -19,14 +20,14 @@
 
 namespace kora {
 
-// One COMMENT section: its lines.
+/// One COMMENT section: its lines.
 class Mol2Comment {
  public:
   Mol2Comment() : lines_(make_handle<std::vector<std::string>>()) {}
 
   THandle<std::vector<std::string>> const& lines() const { return lines_; }
   void append(std::string const& line) { lines_->push_back(line); }
-  // Every line followed by a line end.
+  /// Every line followed by a line end.
   void print(std::ostream& os) const;
 
  private:
@@ -36,7 +37,7 @@ class Mol2Comment {
 class Mol2File : public MoleculeFile {
  public:
   Mol2File() = default;
-  // Reads the named file.
+  /// Reads the named file.
   explicit Mol2File(std::string const& file_name);
   Mol2File(Mol2File const& other);
   Mol2File& operator=(Mol2File const& other);
@@ -45,7 +46,7 @@ class Mol2File : public MoleculeFile {
   ~Mol2File() override = default;
 
   using MoleculeFile::read;
-  // Reads one molecule entry; stops after consuming the next entry's MOLECULE header.
+  /// Reads one molecule entry; stops after consuming the next entry's MOLECULE header.
   void read(std::istream& is) override;
   void print(std::ostream& os) const override;
   void clear() override;
@@ -54,13 +55,13 @@ class Mol2File : public MoleculeFile {
   void add(Crystal const& crystal, DatabaseEntryIdentifier const& identifier) override;
   void add(CrystalMaker const& maker, DatabaseEntryIdentifier const& identifier) override;
   THandle<CrystalStructureDatabaseEntry> database_entry() const override;
-  // Exactly the atoms and bonds of the file (no bond perception).
+  /// Exactly the atoms and bonds of the file (no bond perception).
   THandle<Molecule> molecule() const override;
   THandle<Cell> cell() const override;
   THandle<Crystal> crystal() const override;
   THandle<CrystalMaker> crystal_maker() const override;
 
-  // The molecule record's name; std::runtime_error "No molecule set" without a record.
+  /// The molecule record's name; std::runtime_error "No molecule set" without a record.
   std::string molecule_name() const;
   std::deque<THandle<Mol2Comment>> const& comments() const { return comments_; }
   std::string const& substructure() const { return substructure_; }
@@ -69,17 +70,17 @@ class Mol2File : public MoleculeFile {
   Mol2Bond const* bond_section() const { return bonds_.get(); }
   Mol2Crysin const* crystal_record() const { return crysin_.get(); }
 
-  // Appends one SUBSTRUCTURE line per molecule of the structure.
+  /// Appends one SUBSTRUCTURE line per molecule of the structure.
   void set_substructure(CrystalMaker const& maker);
   void set_substructure(Crystal const& crystal);
-  // Replaces the substructure text by the next `count` lines of the stream.
+  /// Replaces the substructure text by the next `count` lines of the stream.
   void get_substructure(std::istream& is, int count);
-  // The formal charges of the UNITY_ATOM_ATTR section ("charge" attributes), as pairs of atom
-  // id and charge. The model's atoms carry them when the file is read in standard mode.
+  /// The formal charges of the UNITY_ATOM_ATTR section ("charge" attributes), as pairs of atom
+  /// id and charge. The model's atoms carry them when the file is read in standard mode.
   std::vector<std::pair<int, int>> const& unity_charges() const { return unity_charges_; }
 
-  // Sections present in both files compare equal; the crystal records decide when both
-  // have one.
+  /// Sections present in both files compare equal; the crystal records decide when both
+  /// have one.
   bool operator==(Mol2File const& other) const;
 
  private:

@@ -1,6 +1,7 @@
 #pragma once
 
-// The MOLECULE record of a Tripos Mol2 file: name, counts, molecule and charge types.
+/// \file
+/// The MOLECULE record of a Tripos Mol2 file: name, counts, molecule and charge types.
 
 #include <iosfwd>
 #include <string>
@@ -14,19 +15,19 @@ namespace kora {
 class Mol2Molecule {
  public:
   Mol2Molecule() = default;
-  // Reads the record from a stream positioned just after its header line.
+  /// Reads the record from a stream positioned just after its header line.
   explicit Mol2Molecule(std::istream& is) { read(is); }
-  // The record of a molecule: its counts, one substructure, "SMALL", "USER_CHARGES" when an
-  // atom is charged (else "NO_CHARGES"), and the status text of written files.
+  /// The record of a molecule: its counts, one substructure, "SMALL", "USER_CHARGES" when an
+  /// atom is charged (else "NO_CHARGES"), and the status text of written files.
   Mol2Molecule(Molecule const& molecule, std::string const& name);
-  // The record of a structure written as subsets, one substructure each; an empty list
-  // leaves the record empty.
+  /// The record of a structure written as subsets, one substructure each; an empty list
+  /// leaves the record empty.
   Mol2Molecule(std::vector<THandle<MoleculeSubset>> const& subsets, std::string const& name);
 
   void clear();
-  // The name line, the counts line (an empty counts line is skipped once), then the molecule
-  // and charge types as two words from the stream; the rest of the record stays in the
-  // stream. A counts line without fields throws std::invalid_argument.
+  /// The name line, the counts line (an empty counts line is skipped once), then the molecule
+  /// and charge types as two words from the stream; the rest of the record stays in the
+  /// stream. A counts line without fields throws std::invalid_argument.
   void read(std::istream& is);
   void print(std::ostream& os) const;
 
@@ -38,7 +39,7 @@ class Mol2Molecule {
   std::string const& charge_type() const { return charge_type_; }
   std::string const& status_text() const { return status_text_; }
 
-  // Everything but the status text.
+  /// Everything but the status text.
   bool operator==(Mol2Molecule const& other) const;
 
  private:

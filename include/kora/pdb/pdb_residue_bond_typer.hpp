@@ -1,8 +1,9 @@
 #pragma once
 
-// Bond orders for standard amino-acid residues: geometric bond detection gives bonds without
-// orders, and this typer sets the double and aromatic bonds of the backbone carbonyl, the
-// side-chain carbonyls and carboxylates and the aromatic rings from the atom names.
+/// \file
+/// Bond orders for standard amino-acid residues: geometric bond detection gives bonds without
+/// orders, and this typer sets the double and aromatic bonds of the backbone carbonyl, the
+/// side-chain carbonyls and carboxylates and the aromatic rings from the atom names.
 
 #include <string>
 #include <string_view>
@@ -22,31 +23,31 @@ class PdbResidueBondTyper {
  public:
   explicit PdbResidueBondTyper(Mode mode = Mode::classic) : mode_(mode) {}
 
-  // Types the bonds of the range (the bonds of one molecule).
-  //
-  // Classic mode: bonds between protein atoms are grouped into residues by residue kind: a
-  // bond whose first atom has another kind than the current residue starts the next one;
-  // within a residue, bonds reaching an atom of another kind are left out. Consecutive
-  // residues of the same kind are typed together.
-  //
-  // Standard mode: every residue (chain, residue label, insertion code) is typed with maps
-  // of its own, from the bonds joining two of its atoms wherever they stand in the range;
-  // atom names are taken without their alternate-location letter, and a residue with
-  // alternate locations is typed once per location, with the bonds of atoms without a
-  // location and those of that location.
+  /// Types the bonds of the range (the bonds of one molecule).
+  ///
+  /// Classic mode: bonds between protein atoms are grouped into residues by residue kind: a
+  /// bond whose first atom has another kind than the current residue starts the next one;
+  /// within a residue, bonds reaching an atom of another kind are left out. Consecutive
+  /// residues of the same kind are typed together.
+  ///
+  /// Standard mode: every residue (chain, residue label, insertion code) is typed with maps
+  /// of its own, from the bonds joining two of its atoms wherever they stand in the range;
+  /// atom names are taken without their alternate-location letter, and a residue with
+  /// alternate locations is typed once per location, with the bonds of atoms without a
+  /// location and those of that location.
   void apply(PolymorphicIterator<THandle<Bond>> begin, PolymorphicIterator<THandle<Bond>> end);
 
-  // The base atom name of a label: CD1A gives CD1, CGB gives CG; labels that are not a
-  // carbon, nitrogen or oxygen with a Greek position letter are returned unchanged.
+  /// The base atom name of a label: CD1A gives CD1, CGB gives CG; labels that are not a
+  /// carbon, nitrogen or oxygen with a Greek position letter are returned unchanged.
   std::string convert_label(std::string const& label) const;
 
-  // Applies the rule of the current residue kind, then makes the backbone C-O double.
+  /// Applies the rule of the current residue kind, then makes the backbone C-O double.
   void type_current_residue();
-  // Gives the bond of the pair key ("CD2-CG": the two base names, the smaller first) the
-  // type; a key that names no bond of the residue is ignored.
+  /// Gives the bond of the pair key ("CD2-CG": the two base names, the smaller first) the
+  /// type; a key that names no bond of the residue is ignored.
   void set_bond_type(std::string const& key, BondType type);
 
-  // The rules, by residue.
+  /// The rules, by residue.
   void type_asparagine();
   void type_aspartic_acid();
   void type_glutamine();

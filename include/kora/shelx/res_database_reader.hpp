@@ -1,6 +1,7 @@
 #pragma once
 
-// The entry index of a SHELX RES file: one entry, the whole file, named after its title.
+/// \file
+/// The entry index of a SHELX RES file: one entry, the whole file, named after its title.
 
 #include <string>
 #include <vector>
@@ -13,8 +14,8 @@ class ResDatabaseReader : public FlatFileDatabaseReader {
  public:
   explicit ResDatabaseReader(std::string const& file_name) : FlatFileDatabaseReader(file_name) {}
 
-  // One entry at the start of the file, named by the text of the first "TITL" line (as
-  // written), or a generated identifier. A file that cannot be opened throws database_error.
+  /// One entry at the start of the file, named by the text of the first "TITL" line (as
+  /// written), or a generated identifier. A file that cannot be opened throws database_error.
   void parse(std::vector<DatabaseEntryIdentifier>& identifiers,
              std::vector<std::streampos>& positions) const override;
 };
