@@ -110,11 +110,12 @@ def _rdkit_bond_types(Chem):
 
 def _entry_to_rdkit(self):
     """The entry as an RDKit Mol, not sanitized: one atom per kora atom in the order of
-    Entry.molecule (element, formal charge, isotope, PDB residue information), one bond per
-    kora bond (UNKNOWN is UNSPECIFIED, DELOCALISED ONEANDAHALF, POLYMERIC and PI are OTHER;
-    aromatic bonds and their atoms are flagged aromatic), and one conformer of the Cartesian
-    coordinates (0, 0, 0 for an atom without a position). The name is the identifier and
-    the SD data items are properties. Raises ImportError when RDKit is not installed.
+    Entry.molecule (element, formal charge, isotope (deuterium is hydrogen 2), PDB residue
+    information), one bond per kora bond (UNKNOWN is UNSPECIFIED, DELOCALISED ONEANDAHALF,
+    POLYMERIC and PI are OTHER; aromatic bonds and their atoms are flagged aromatic), and
+    one conformer of the Cartesian coordinates (0, 0, 0 for an atom without a position).
+    The name is the identifier and the SD data items are properties. Raises ImportError
+    when RDKit is not installed.
     """
     _require("rdkit.Chem", "Entry.to_rdkit", "python3-rdkit")
     from rdkit import Chem
@@ -127,6 +128,8 @@ def _entry_to_rdkit(self):
         a.SetFormalCharge(atom.formal_charge)
         if atom.mass_number:
             a.SetIsotope(atom.mass_number)
+        elif atom.element == "D":  # kora's deuterium is an element of its own
+            a.SetIsotope(2)
         if atom.residue_name:
             info = Chem.AtomPDBResidueInfo()
             info.SetName(atom.label)

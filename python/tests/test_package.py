@@ -13,7 +13,7 @@ import pytest
 
 import kora
 
-# Two records: charges, an isotope; data items, one of several lines, two missing from the
+# Two records: charges, isotopes (13C, deuterium); data items, one of several lines, two missing from the
 # second record, one named like a column of the table.
 SD_WITH_DATA = """\
 acetate
@@ -44,8 +44,10 @@ $$$$
 ammonium
   test
 
-  1  0  0  0  0  0  0  0  0  0999 V2000
+  2  1  0  0  0  0  0  0  0  0999 V2000
     0.0000    0.0000    0.0000 N   0  3  0  0  0  0  0  0  0  0  0  0
+    1.0000    0.0000    0.0000 D   0  0  0  0  0  0  0  0  0  0  0  0
+  1  2  1  0
 M  CHG  1   1   1
 M  END
 > <MW>
@@ -156,8 +158,8 @@ class TestPandas:
         values = table.to_dict("list")
         assert {k: values[k] for k in ("identifier", "molecules", "atoms", "bonds", "formula",
                                        "charge", "spacegroup")} == {
-            "identifier": ["acetate", "ammonium"], "molecules": [1, 1], "atoms": [4, 1],
-            "bonds": [3, 0], "formula": ["C2O2", "N"], "charge": [-1, 1],
+            "identifier": ["acetate", "ammonium"], "molecules": [1, 1], "atoms": [4, 2],
+            "bonds": [3, 1], "formula": ["C2O2", "DN"], "charge": [-1, 1],
             "spacegroup": [None, None]}
         # Lines are joined, a missing item is None.
         assert {k: values[k] for k in ("MW", "data:formula", "NOTE")} == {
@@ -300,6 +302,13 @@ class TestStubs:
             own |= {m for m in ("__len__", "__getitem__", "__contains__", "__iter__", "__next__",
                                 "__enter__", "__exit__") if m in vars(cls)}
             assert own <= members[name], f"{name}: {sorted(own - members[name])}"
+
+    def test_stubs_pass_strict_mypy(self, tmp_path):
+        pytest.importorskip("mypy")
+        result = subprocess.run(
+            [sys.executable, "-m", "mypy", "--strict", "--cache-dir", str(tmp_path), str(STUB)],
+            capture_output=True, text=True)
+        assert result.returncode == 0, result.stdout + result.stderr
 
     @pytest.mark.parametrize("program, errors", [
         ("import kora\n"
