@@ -5,6 +5,7 @@ TSAN_DIR ?= build-tsan
 BENCH_DIR ?= build-bench
 PYTHON_DIR ?= build-python
 DOCS_DIR ?= build-docs
+VENV_DIR ?= build-venv
 # The module is built for, and tested with, the system's Python.
 PYTHON ?= /usr/bin/python3
 JOBS ?= 2
@@ -12,8 +13,8 @@ JOBS ?= 2
 WERROR ?= $(if $(CI),ON,OFF)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build test test-sanitize test-tsan fuzz python python-test python-bench demo \
-	bench compare interop interop-kora reading format docs clean
+.PHONY: all deps build test test-sanitize test-tsan fuzz python python-test python-package-test \
+	python-bench demo bench compare interop interop-kora reading format docs clean
 
 all: build
 
@@ -41,15 +42,32 @@ test-tsan: deps
 	cmake --build $(TSAN_DIR) -j$(JOBS) --target kora_tests
 	cd $(TSAN_DIR) && ctest --output-on-failure --no-tests=error -j$(JOBS) -R ConcurrentRead
 
-# The Python module, in $(PYTHON_DIR)/python (put that directory on PYTHONPATH).
+# The Python package, in $(PYTHON_DIR)/python/kora (put $(PYTHON_DIR)/python on PYTHONPATH),
+# built as pip builds it: the library static inside the extension.
 python:
 	bash scripts/install-deps.sh --python
 	cmake -S . -B $(PYTHON_DIR) -DCMAKE_BUILD_TYPE=Release -DKORA_BUILD_PYTHON=ON \
-	  -DKORA_BUILD_TESTS=OFF -DPython3_EXECUTABLE=$(PYTHON) -DKORA_WERROR=$(WERROR) $(CMAKE_FLAGS)
+	  -DKORA_BUILD_TESTS=OFF -DKORA_SHARED=OFF -DPython3_EXECUTABLE=$(PYTHON) \
+	  -DKORA_WERROR=$(WERROR) $(CMAKE_FLAGS)
 	cmake --build $(PYTHON_DIR) -j$(JOBS) --target kora_python
 
 python-test: python
 	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) -m pytest -q python/tests
+
+# The package as users get it: `pip install --no-build-isolation .` into a fresh virtual
+# environment that sees the system's packages (numpy, pandas, pytest, RDKit, gemmi), then the
+# suite run from a directory outside the repository against the installed package.
+python-package-test:
+	bash scripts/install-deps.sh --python --rdkit --gemmi
+	rm -rf $(VENV_DIR)
+	$(PYTHON) -m venv --system-site-packages $(VENV_DIR)
+	CMAKE_ARGS="-DKORA_WERROR=$(WERROR)" CMAKE_BUILD_PARALLEL_LEVEL=$(JOBS) \
+	  $(VENV_DIR)/bin/pip install --no-build-isolation --no-index --no-cache-dir .
+	outside=$$(mktemp -d) && cd $$outside && \
+	  env -u PYTHONPATH $(CURDIR)/$(VENV_DIR)/bin/python -c \
+	    'import kora, sys; assert kora.__file__.startswith(sys.prefix), kora.__file__' && \
+	  env -u PYTHONPATH $(CURDIR)/$(VENV_DIR)/bin/python -m pytest -q -p no:cacheprovider \
+	    $(CURDIR)/python/tests; status=$$?; rm -rf $$outside; exit $$status
 
 # Reading the largest SD file of the corpus through kora and through RDKit (installs RDKit's
 # Python package when missing).
@@ -117,5 +135,5 @@ format:
 	git ls-files '*.hpp' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(BENCH_DIR) $(PYTHON_DIR) $(DOCS_DIR) build-fuzz \
-	  build-peers
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(BENCH_DIR) $(PYTHON_DIR) $(DOCS_DIR) $(VENV_DIR) \
+	  build-pip build-fuzz build-peers python/kora.egg-info

@@ -32,10 +32,10 @@ def import_kora():
         return kora
     except ImportError:
         pass
-    candidates = sorted(REPO.glob("build-python/**/kora*.so"))
-    candidates += sorted(p for p in REPO.glob("build*/**/kora*.so") if p not in candidates)
+    candidates = sorted(REPO.glob("build-python/**/kora/_kora*.so"))
+    candidates += sorted(p for p in REPO.glob("build*/**/kora/_kora*.so") if p not in candidates)
     for candidate in candidates:
-        sys.path.insert(0, str(candidate.parent))
+        sys.path.insert(0, str(candidate.parent.parent))
         try:
             import kora
             return kora

@@ -167,48 +167,79 @@ py::array_t<double> matrix(kora::Matrix<T, 3, 3> const& m) {
 }
 
 // An open file: its entries by index or identifier. Reading an entry releases the GIL; the
-// database itself is read by one thread at a time.
+// database itself is read by one thread at a time. Closing it lets go of the file; the entries
+// read before stay usable.
 class Database {
  public:
   Database(std::string path, std::string const& format, bool classic)
-      : path_(std::move(path)), source_(path_, open_options(format, classic)) {}
+      : path_(std::move(path)),
+        source_(std::in_place, path_, open_options(format, classic)),
+        format_(source_->format()) {}
 
-  int size() const { return source_.size(); }
   std::string const& path() const { return path_; }
-  std::string const& format() const { return source_.format(); }
+  std::string const& format() const { return format_; }
+  bool closed() const {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    return !source_;
+  }
+  void close() {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    source_.reset();
+    by_identifier_.reset();
+  }
 
+  int size() const {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    return open_entries_().size();
+  }
   THandle<Entry> entry(int i) const {
     std::lock_guard<std::mutex> const lock(mutex_);
-    return source_.entry(i);
+    return open_entries_().entry(i);
   }
-  std::string identifier(int i) const { return source_.identifier(i).str(); }
+  std::vector<std::string> identifiers() const {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    kora::Entries const& entries = open_entries_();
+    std::vector<std::string> ids;
+    ids.reserve(std::size_t(entries.size()));
+    for (int i = 0; i < entries.size(); ++i)
+      ids.push_back(entries.identifier(i).str());
+    return ids;
+  }
   // The index of the first entry with this identifier; -1 when there is none.
   int find(std::string const& identifier) const {
     std::lock_guard<std::mutex> const lock(mutex_);
+    kora::Entries const& entries = open_entries_();
     if (!by_identifier_) {
       by_identifier_.emplace();
-      for (int i = size() - 1; i >= 0; --i)
-        (*by_identifier_)[source_.identifier(i).str()] = i;
+      for (int i = entries.size() - 1; i >= 0; --i)
+        (*by_identifier_)[entries.identifier(i).str()] = i;
     }
     auto const found = by_identifier_->find(identifier);
     return found == by_identifier_->end() ? -1 : found->second;
   }
   std::pair<int, Match> nearest(std::string const& identifier) const {
+    std::lock_guard<std::mutex> const lock(mutex_);
     Match match = Match::nearest_only;
-    int const i = source_.nearest(identifier, match);
+    int const i = open_entries_().nearest(identifier, match);
     return {i, match};
   }
 
  private:
-  std::string path_;
   static kora::OpenOptions open_options(std::string const& format, bool classic) {
     kora::OpenOptions options;
     options.format = format;
     options.read = classic ? kora::ReadOptions::classic_mode() : kora::ReadOptions::standard_mode();
     return options;
   }
+  // The entries, with the mutex held; ValueError once closed, as Python's files do.
+  kora::Entries const& open_entries_() const {
+    if (!source_) throw py::value_error("I/O operation on a closed kora.Database");
+    return *source_;
+  }
 
-  kora::Entries source_;
+  std::string path_;
+  std::optional<kora::Entries> source_;  // empty once closed
+  std::string format_;
   mutable std::mutex mutex_;
   mutable std::optional<std::unordered_map<std::string, int>> by_identifier_;
 };
@@ -255,6 +286,56 @@ struct EntryIterator {
     return entry;
   }
 };
+
+// SD data items by name, lines joined by newlines; the first item of a repeated name wins.
+py::dict data_dict(kora::DataItems const& items) {
+  py::dict data;
+  for (auto const& [name, lines] : items) {
+    py::str const key = text(name);
+    if (data.contains(key)) continue;
+    std::string value;
+    for (std::size_t i = 0; i < lines.size(); ++i)
+      value += (i ? "\n" : "") + lines[i];
+    data[key] = text(value);
+  }
+  return data;
+}
+
+// The summaries of every entry of a database, read without the GIL, as Python tuples: what
+// Database.to_pandas puts in its rows. The cell is the one Entry.cell gives.
+py::list summaries(Database const& db) {
+  struct Row {
+    kora::Summary summary;
+    std::optional<kora::Cell> cell;
+  };
+  std::vector<Row> rows;
+  {
+    py::gil_scoped_release const release;
+    int const n = db.size();
+    rows.reserve(std::size_t(n));
+    for (int i = 0; i < n; ++i) {
+      THandle<Entry> const entry = db.entry(i);
+      rows.push_back({kora::summarise(i, *entry), valid_cell(*entry)});
+    }
+  }
+  py::list out;
+  for (Row const& row : rows) {
+    kora::Summary const& s = row.summary;
+    py::object cell = py::none();
+    py::object symbol = py::none();
+    py::object number = py::none();
+    if (row.cell) {
+      kora::Cell const& c = *row.cell;
+      cell = py::make_tuple(c.a(), c.b(), c.c(), c.alpha().degrees(), c.beta().degrees(),
+                            c.gamma().degrees());
+      symbol = text(c.spacegroup().symbol());
+      number = py::int_(c.spacegroup().number());
+    }
+    out.append(py::make_tuple(text(s.identifier), s.molecules, s.atoms, s.bonds, text(s.formula),
+                              s.charge, cell, symbol, number, data_dict(s.data)));
+  }
+  return out;
+}
 
 // The output format: the one given, else the one of the file name's extension.
 std::string output_format(std::optional<std::string> const& format, std::string const& path) {
@@ -344,7 +425,12 @@ void raise(PyObject* type, std::exception const& e) {
 
 }  // namespace
 
-PYBIND11_MODULE(kora, m) {
+PYBIND11_MODULE(_kora, m) {
+  // The extension is kora._kora, re-exported by the package kora: its classes, functions and
+  // exception call themselves kora.X (reprs, pickling paths, help()) as they did when the
+  // extension was the module kora. pybind11 names them after the module's __name__ at the
+  // time they are defined.
+  m.attr("__name__") = "kora";
   m.doc() =
       "Read and write Tripos Mol2, MDL MOL/SD, PDB and SHELX RES files.\n\n"
       "kora.open(path) gives a read-only database of the file's entries; each entry holds\n"
@@ -524,6 +610,39 @@ PYBIND11_MODULE(kora, m) {
           },
           "The sequence number of the atom's residue; None when it is in none.")
       .def_property_readonly(
+          "insertion_code",
+          [](Atom const& a) {
+            kora::AtomDetails const* d = a.atom->details();
+            return d && d->insertion_code != ' ' ? std::string(1, d->insertion_code)
+                                                 : std::string();
+          },
+          "The residue's insertion code (PDB); '' when none.")
+      .def_property_readonly(
+          "hetero",
+          [](Atom const& a) {
+            kora::AtomDetails const* d = a.atom->details();
+            return d && d->hetero;
+          },
+          "Whether the atom was read from a HETATM record (PDB).")
+      .def_property_readonly(
+          "b_factor",
+          [](Atom const& a) -> py::object {
+            kora::AtomDetails const* d = a.atom->details();
+            if (!d || !d->has_b_factor) return py::none();
+            return py::float_(d->b_factor);
+          },
+          "The isotropic temperature factor the file gave (PDB), in square angstroms; None "
+          "when it gave none.")
+      .def_property_readonly(
+          "file_position",
+          [](Atom const& a) -> py::object {
+            kora::AtomDetails const* d = a.atom->details();
+            if (!d || !d->has_file_position) return py::none();
+            return py::make_tuple(d->file_position[0], d->file_position[1], d->file_position[2]);
+          },
+          "The fractional position the file gave the atom (SHELX), which an image made by "
+          "symmetry to complete a molecule shares with its atom; None for other formats.")
+      .def_property_readonly(
           "alt_loc",
           [](Atom const& a) {
             kora::AtomDetails const* d = a.atom->details();
@@ -682,18 +801,8 @@ PYBIND11_MODULE(kora, m) {
       .def_property_readonly(
           "data",
           [](EntryRef const& e) {
-            py::dict data;
-            if (std::optional<kora::DataItems> const items = kora::sd_data(*e.entry)) {
-              for (auto const& [name, lines] : *items) {
-                py::str const key = text(name);
-                if (data.contains(key)) continue;
-                std::string value;
-                for (std::size_t i = 0; i < lines.size(); ++i)
-                  value += (i ? "\n" : "") + lines[i];
-                data[key] = text(value);
-              }
-            }
-            return data;
+            std::optional<kora::DataItems> const items = kora::sd_data(*e.entry);
+            return items ? data_dict(*items) : py::dict();
           },
           "The data items of an SD record, by name (lines joined by newlines); the first "
           "item of a repeated name wins. Empty for other formats.")
@@ -746,8 +855,8 @@ PYBIND11_MODULE(kora, m) {
           "identifiers",
           [](Database const& db) {
             py::list ids;
-            for (int i = 0; i < db.size(); ++i)
-              ids.append(text(db.identifier(i)));
+            for (std::string const& id : db.identifiers())
+              ids.append(text(id));
             return ids;
           },
           "The entries' identifiers, in file order.")
@@ -760,7 +869,23 @@ PYBIND11_MODULE(kora, m) {
           "(index, kora.Match): the entry with this identifier, else the first equal to it "
           "ignoring case, else the smallest identifier above it, else the largest below it; "
           "(-1, Match.NEAREST) when the database is empty.")
+      .def("close", &Database::close,
+           "Lets go of the file. Entries read before stay usable; reading more raises "
+           "ValueError. Closing twice does nothing.")
+      .def_property_readonly("closed", &Database::closed, "Whether close() was called.")
+      .def("__enter__", [](py::object self) { return self; })
+      .def(
+          "__exit__", [](Database& db, py::args const&) { db.close(); },
+          "Closes the database at the end of a with block.")
+      .def("_summaries", &summaries,
+           "Per entry: (identifier, molecules, atoms, bonds, formula, charge, cell (a, b, c, "
+           "alpha, beta, gamma) or None, space group symbol or None, space group number or "
+           "None, {data item name: value}). Database.to_pandas stands on it.")
       .def("__repr__", [](Database const& db) {
+        if (db.closed()) {
+          return py::str("<kora.Database {} ({}, closed)>")
+              .format(path_text(db.path()), db.format());
+        }
         return py::str("<kora.Database {} ({}, {} entries)>")
             .format(path_text(db.path()), db.format(), db.size());
       });
@@ -821,4 +946,6 @@ PYBIND11_MODULE(kora, m) {
         py::arg("classic") = false,
         "One entry or molecule as the text of a file of the format (classic=True: as the "
         "library's format classes write by default).");
+
+  m.attr("__name__") = "kora._kora";
 }
