@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "kora/framework/flat_file_database.hpp"
+#include "kora/framework/input_file.hpp"
 #include "kora/mdl/mol_file.hpp"
 #include "kora/mdl/mol_file_file_format.hpp"
 #include "kora/mdl/sdfile_database_entry.hpp"
@@ -65,8 +66,8 @@ namespace {
 
 // Whether the file begins like a SHELX instruction file: its first instruction, after blank
 // lines and remarks, is TITL or CELL, and a CELL instruction is among its first lines.
-bool looks_like_shelx(std::string const& file_name) {
-  std::ifstream in(file_name, std::ios::binary);
+bool looks_like_shelx(std::string const& file_name) try {
+  InputFile in(file_name);
   std::string line;
   bool first = true;
   for (int n = 0; n < 200 && std::getline(in, line); ++n) {
@@ -79,14 +80,17 @@ bool looks_like_shelx(std::string const& file_name) {
     if (head == "cell") return true;
   }
   return false;
+} catch (std::runtime_error const&) {
+  return false;  // corrupt compressed data: reading the file reports it
 }
 
 }  // namespace
 
 THandle<FileFormat> identify_file(std::string const& file_name) {
-  if (THandle<FileFormat> found = find_file_format({file_name, extension_of(file_name)}))
+  // "x.sdf.gz" is named as an SD file.
+  if (THandle<FileFormat> found = find_file_format({file_name, format_extension(file_name)}))
     return found;
-  std::string const extension = lower(extension_of(file_name));
+  std::string const extension = lower(format_extension(file_name));
   std::error_code ec;
   bool const shelx = ((extension == "res" || extension == "ins") &&
                       std::filesystem::is_regular_file(file_name, ec)) ||
@@ -134,7 +138,7 @@ Source::Source(std::string const& file_name, std::string const& from, bool short
   if (!std::filesystem::is_regular_file(file_name, ec)) {
     throw MissingFile(file_name + ": no such file");
   }
-  FileFormat::OpenParameters parameters{file_name, extension_of(file_name), options};
+  FileFormat::OpenParameters parameters{file_name, format_extension(file_name), options};
   THandle<FileFormat> format;
   if (!from.empty()) {
     format_ = canonical_format(from);
