@@ -8,7 +8,8 @@ set -euo pipefail
 #   install-deps.sh --python  also pybind11, the Python headers, pytest and numpy
 #   install-deps.sh --rdkit   also RDKit for Python, to compare against
 #   install-deps.sh --peers   also the Python readers of RDKit, Open Babel, gemmi and cctbx
-packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev libcli11-dev nlohmann-json3-dev)
+packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev libcli11-dev nlohmann-json3-dev
+  zlib1g-dev)
 for option in "$@"; do
   case $option in
     --fuzz) packages+=(clang-14 libclang-rt-14-dev) ;;

@@ -7,12 +7,14 @@
 #include <climits>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace kora::detail {
 
 namespace {
 
 constexpr std::size_t input_block = std::size_t(1) << 18;
+constexpr char const* truncated = "truncated gzip data: the file ends inside a compressed member";
 
 }  // namespace
 
@@ -95,6 +97,7 @@ bool Inflater::fill_() {
 }
 
 void Inflater::start(Checkpoint const* from) {
+  fault_ = nullptr;
   strm_.avail_in = 0;
   member_end_ = false;
   finished_ = false;
@@ -110,7 +113,7 @@ void Inflater::start(Checkpoint const* from) {
   out_ = from->out;
   next_read_ = from->in - (from->bits > 0 ? 1 : 0);
   if (from->bits > 0) {
-    if (!fill_()) fail_("truncated gzip data: the file ends inside a compressed member");
+    if (!fill_()) fail_(truncated);
     int const byte = *strm_.next_in;
     ++strm_.next_in;
     --strm_.avail_in;
@@ -125,8 +128,7 @@ bool Inflater::next_member_() {
   member_end_ = false;
   // Inflating raw data leaves the member's CRC and length to step over.
   for (std::size_t trailer = raw_ ? 8 : 0; trailer > 0;) {
-    if (strm_.avail_in == 0 && !fill_())
-      fail_("truncated gzip data: the file ends inside a compressed member");
+    if (strm_.avail_in == 0 && !fill_()) fail_(truncated);
     std::size_t const n = std::min<std::size_t>(trailer, strm_.avail_in);
     strm_.next_in += n;
     strm_.avail_in -= static_cast<uInt>(n);
@@ -145,6 +147,7 @@ bool Inflater::next_member_() {
       if (!fill_()) return false;
     } while (true);
   }
+  if (strm_.avail_in == 1 && strm_.next_in[0] == 0x1f) fail_(truncated);
   if (strm_.avail_in < 2 || strm_.next_in[0] != 0x1f || strm_.next_in[1] != 0x8b)
     fail_("corrupt gzip data (bytes after a member that begin no other member)");
   raw_ = false;
@@ -166,14 +169,24 @@ void Inflater::take_checkpoint_() {
 }
 
 std::size_t Inflater::read(char* out, std::size_t capacity) {
+  if (fault_) std::rethrow_exception(std::exchange(fault_, nullptr));
   std::size_t produced = 0;
+  try {
+    inflate_(out, capacity, produced);
+  } catch (std::runtime_error const&) {
+    if (produced == 0) throw;
+    fault_ = std::current_exception();
+  }
+  return produced;
+}
+
+void Inflater::inflate_(char* out, std::size_t capacity, std::size_t& produced) {
   while (produced < capacity && !finished_) {
     if (member_end_ && !next_member_()) {
       finished_ = true;
       break;
     }
-    if (strm_.avail_in == 0 && !fill_())
-      fail_("truncated gzip data: the file ends inside a compressed member");
+    if (strm_.avail_in == 0 && !fill_()) fail_(truncated);
     std::size_t const room = std::min<std::size_t>(capacity - produced, UINT_MAX);
     strm_.next_out = reinterpret_cast<unsigned char*>(out + produced);
     strm_.avail_out = static_cast<uInt>(room);
@@ -196,7 +209,6 @@ std::size_t Inflater::read(char* out, std::size_t capacity) {
     // The start of a deflate block that is not the member's last one's end.
     if (index_ && (strm_.data_type & 128) != 0 && (strm_.data_type & 64) == 0) take_checkpoint_();
   }
-  return produced;
 }
 
 bool Inflater::skip(std::int64_t count) {

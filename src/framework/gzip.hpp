@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -87,7 +88,8 @@ class Inflater {
 
   // Starts again at a checkpoint, or at the start of the file when null.
   void start(Checkpoint const* from);
-  // Up to `capacity` bytes of text into `out`; fewer only at the end of the text.
+  // Up to `capacity` bytes of text into `out`; fewer only at the end of the text, or before a
+  // fault in the data, which the next call throws (so that the text before it is seen).
   std::size_t read(char* out, std::size_t capacity);
   // Reads and drops `count` bytes of text; false when the text ends first.
   bool skip(std::int64_t count);
@@ -100,11 +102,12 @@ class Inflater {
 
  private:
   bool fill_();  // more input; false at the end of the file
-  std::size_t available_() const { return strm_.avail_in; }
   std::int64_t in_offset_() const { return next_read_ - static_cast<std::int64_t>(strm_.avail_in); }
   // After a member's end: starts the next member; false at the end of the data.
   bool next_member_();
   void take_checkpoint_();
+  // read() up to a fault, which it throws; `produced` counts the text given out before it.
+  void inflate_(char* out, std::size_t capacity, std::size_t& produced);
   [[noreturn]] void fail_(std::string const& what) const;
 
   int descriptor_;
@@ -113,13 +116,13 @@ class Inflater {
   bool initialised_ = false;
   std::unique_ptr<unsigned char[]> input_;
   std::int64_t next_read_ = 0;  // where the next pread starts
-  bool end_of_file_ = false;
   std::int64_t out_ = 0;
   std::int64_t inflated_ = 0;
   bool raw_ = false;         // inflating raw deflate data (started from a checkpoint)
   bool member_end_ = false;  // a member ended; the next one is not started yet
   bool finished_ = false;    // no more members
   std::shared_ptr<GzipIndex> index_;
+  std::exception_ptr fault_;  // met after some text was given out: thrown by the next read
 };
 
 // The gzip file a thread is indexing (see IndexedFile::Indexing): streams opened by that name

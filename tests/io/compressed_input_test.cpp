@@ -3,7 +3,6 @@
 // truncated and corrupt data are refused with messages naming the file.
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <chrono>
@@ -15,6 +14,7 @@
 
 #include "../framework/sample_files.hpp"
 #include "framework/gzip.hpp"
+#include "gzip_writer.hpp"
 #include "kora/formats.hpp"
 #include "kora/framework/input_file.hpp"
 #include "kora/kernel/string_functions.hpp"
@@ -24,51 +24,6 @@ namespace {
 using namespace kora;
 using namespace kora::test;
 namespace fs = std::filesystem;
-
-// Deflate data of `text`: one gzip member (window_bits 31) or raw (-15).
-std::string deflated(std::string_view text, int window_bits) {
-  z_stream s{};
-  EXPECT_EQ(deflateInit2(&s, 6, Z_DEFLATED, window_bits, 8, Z_DEFAULT_STRATEGY), Z_OK);
-  std::string out(deflateBound(&s, static_cast<uLong>(text.size())), '\0');
-  s.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-  s.avail_in = static_cast<uInt>(text.size());
-  s.next_out = reinterpret_cast<Bytef*>(out.data());
-  s.avail_out = static_cast<uInt>(out.size());
-  EXPECT_EQ(deflate(&s, Z_FINISH), Z_STREAM_END);
-  out.resize(s.total_out);
-  deflateEnd(&s);
-  return out;
-}
-
-std::string gzip(std::string_view text) {
-  return deflated(text, 31);
-}
-
-void put16(std::string& out, unsigned v) {
-  out += static_cast<char>(v & 0xff);
-  out += static_cast<char>((v >> 8) & 0xff);
-}
-void put32(std::string& out, unsigned long v) {
-  put16(out, static_cast<unsigned>(v & 0xffff));
-  put16(out, static_cast<unsigned>(v >> 16));
-}
-
-// BGZF as bgzip writes it: members of at most `block` bytes of text, each with the "BC"
-// subfield giving its compressed size less one, then the empty end-of-file block.
-std::string bgzf(std::string_view text, std::size_t block = 65280) {
-  std::string out;
-  for (std::size_t at = 0;; at += block) {
-    std::string_view const piece = text.substr(std::min(at, text.size()), block);
-    std::string const data = deflated(piece, -15);
-    out += std::string("\x1f\x8b\x08\x04\0\0\0\0\0\xff\x06\0BC\x02\0", 16);
-    put16(out, static_cast<unsigned>(data.size() + 25));
-    out += data;
-    put32(out,
-          crc32(0, reinterpret_cast<Bytef const*>(piece.data()), static_cast<uInt>(piece.size())));
-    put32(out, piece.size());
-    if (piece.empty()) return out;
-  }
-}
 
 // What an entry is made of: its identifier, and its molecules' atom and bond counts.
 std::string summary(CrystalStructureDatabaseEntry const& entry) {
@@ -154,6 +109,18 @@ TEST_P(CompressedSample, ReadsTheEntriesOfThePlainFile) {
   file->read(packed);
   plain_file->read(plain);
   EXPECT_EQ(summary(*file->database_entry()), summary(*plain_file->database_entry()));
+
+  // Every reader passes on the fault of a cut file, naming the file.
+  std::string const packed_bytes = packing.pack(text);
+  std::string const cut = scratch.write("cut." + f.extension + ".gz",
+                                        packed_bytes.substr(0, packed_bytes.size() * 3 / 5));
+  try {
+    f.open(cut);
+    ADD_FAILURE() << "no exception";
+  } catch (std::runtime_error const& e) {
+    EXPECT_EQ(std::string(e.what()),
+              cut + ": truncated gzip data: the file ends inside a compressed member");
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, CompressedSample,
@@ -322,6 +289,26 @@ TEST(CompressedInput, TruncatedAndCorruptDataAreRefusedNamingTheFile) {
     EXPECT_NO_THROW(MolFileFileFormat(FileFormat::verbatim_identifiers).identify(file));
     EXPECT_THROW(read_all(file), std::runtime_error);
   }
+}
+
+TEST(CompressedInput, TextBeforeAFaultIsReadBeforeTheFaultIsThrown) {
+  ScratchFolder const scratch;
+  std::string const text = sd_entries(2000);
+  std::string const gz = gzip(text);
+  std::string const file = scratch.write("cut.sdf.gz", gz.substr(0, gz.size() * 3 / 4));
+  InputFile in(file);
+  std::string read;
+  std::string line;
+  try {
+    while (kora::getline(in, line))
+      read += line + "\n";
+    ADD_FAILURE() << "no exception";
+  } catch (std::runtime_error const& e) {
+    EXPECT_EQ(std::string(e.what()),
+              file + ": truncated gzip data: the file ends inside a compressed member");
+  }
+  EXPECT_GT(read.size(), text.size() / 2);
+  EXPECT_EQ(text.compare(0, read.size(), read), 0);
 }
 
 TEST(CompressedInput, DataCorruptedAfterIndexingFailsTheEntryNotTheProcess) {
