@@ -5,7 +5,7 @@
 #   fuzz/run.sh [SECONDS] [TIMEOUT] [NAME...]
 #
 # Defaults: 60 seconds per harness, 1 s per input, every harness (mol2 mdl pdb res text
-# databases).
+# databases gzip).
 #
 # The sanitizers and coverage tracing slow reading down about ten times: 1 s under them is
 # about 0.1 s in a release build.
@@ -25,7 +25,7 @@ bash scripts/install-deps.sh --fuzz || exit 1
 CXX=clang++-14 CC=clang-14 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DKORA_BUILD_FUZZ=ON -DKORA_BUILD_TESTS=OFF -DKORA_BUILD_TOOLS=OFF >/dev/null || exit 1
 cmake --build "$build" -j2 --target fuzz_mol2 fuzz_mdl fuzz_pdb fuzz_res fuzz_text \
-  fuzz_databases >/dev/null || exit 1
+  fuzz_databases fuzz_gzip >/dev/null || exit 1
 mkdir -p "$build/findings"
 
 # seeds NAME: the seed directories of a harness (those that exist).
@@ -36,7 +36,7 @@ seeds() {
     mdl) dirs+=("$corpus/sdf") ;;
     pdb) dirs+=("$corpus/pdb") ;;
     res) dirs+=("$corpus/res") ;;
-    databases) dirs+=("$corpus/mol2" "$corpus/sdf" "$corpus/pdb" "$corpus/res") ;;
+    databases | gzip) dirs+=("$corpus/mol2" "$corpus/sdf" "$corpus/pdb" "$corpus/res") ;;
   esac
   local d
   for d in "${dirs[@]}"; do [[ -d $d ]] && echo "$d"; done
@@ -53,7 +53,7 @@ run() {  # run NAME: one harness; its log in build-fuzz/NAME.log
 
 status=0
 names=("${@:3}")
-[[ ${#names[@]} -gt 0 ]] || names=(mol2 mdl pdb res text databases)
+[[ ${#names[@]} -gt 0 ]] || names=(mol2 mdl pdb res text databases gzip)
 for ((i = 0; i < ${#names[@]}; i += 2)); do
   pids=()
   for name in "${names[@]:i:2}"; do

@@ -11,7 +11,8 @@ set -euo pipefail
 #   install-deps.sh --gemmi   also gemmi for Python (Entry.to_gemmi)
 #   install-deps.sh --peers   also the Python readers of RDKit, Open Babel, gemmi and cctbx
 #   install-deps.sh --docs    also Doxygen and help2man, for the API reference and man page
-packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev libcli11-dev nlohmann-json3-dev)
+packages=(cmake g++ make libgtest-dev libbenchmark-dev gemmi-dev libcli11-dev nlohmann-json3-dev
+  zlib1g-dev)
 for option in "$@"; do
   case $option in
     --fuzz) packages+=(clang-14 libclang-rt-14-dev) ;;

@@ -5,15 +5,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <vector>
 
+#include "framework/gzip.hpp"
 #include "kora/framework/file_format.hpp"
 #include "kora/framework/flat_file_database.hpp"
+#include "kora/framework/input_file.hpp"
 #include "kora/framework/molecule_file.hpp"
 #include "kora/kernel/string_functions.hpp"
 
@@ -30,7 +32,7 @@ class MemoryBuffer : public std::streambuf {
 }  // namespace
 
 void MoleculeFile::read(std::string const& file_name) {
-  std::ifstream in(file_name, std::ios::binary);
+  InputFile in(file_name);
   // A directory opens as a stream that reads nothing; it must not read as an empty file.
   std::error_code ec;
   if (!in || std::filesystem::is_directory(file_name, ec)) {
@@ -85,11 +87,67 @@ detail::IndexedFile::IndexedFile(std::string file_name)
   int const descriptor = ::open(file_name_.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) return;
   summed_ = checksum_of_ends(descriptor, static_cast<std::int64_t>(state_.size), checksum_);
+  if (Compression const c = compression_of(descriptor); c != Compression::none)
+    index_ = std::make_shared<GzipIndex>(c);
   ::close(descriptor);
 }
 
 detail::IndexedFile::~IndexedFile() {
+  inflater_.reset();
   if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+detail::IndexedFile::Indexing::Indexing(IndexedFile const& file)
+    : previous_name_(indexing_target().file_name), previous_index_(indexing_target().index) {
+  indexing_target() = {&file.file_name_, file.index_};
+}
+
+detail::IndexedFile::Indexing::~Indexing() {
+  indexing_target() = {previous_name_, std::move(previous_index_)};
+}
+
+std::int64_t detail::IndexedFile::finish_indexing() {
+  if (!index_) return static_cast<std::int64_t>(state_.size);
+  if (!index_->complete()) {
+    // The reader stopped early or read the file otherwise: one pass from the start checks
+    // the whole of the compressed data and takes the checkpoints it did not.
+    if (!open_()) throw std::runtime_error(file_name_ + ": cannot be opened");
+    Inflater inflater(descriptor_, file_name_);
+    inflater.record_into(index_);
+    inflater.start(nullptr);
+    inflater.skip(std::numeric_limits<std::int64_t>::max());
+    index_->complete(inflater.position());
+  }
+  return index_->size();
+}
+
+std::int64_t detail::IndexedFile::inflated() const {
+  return inflater_ ? inflater_->inflated() : 0;
+}
+
+detail::IndexedFile::Result detail::IndexedFile::read_text_(std::int64_t begin, std::int64_t end,
+                                                            std::string& text) const {
+  try {
+    if (!inflater_) inflater_ = std::make_unique<Inflater>(descriptor_, file_name_);
+    Checkpoint const* const point = index_->at_or_before(begin);
+    std::int64_t const from = point != nullptr ? point->out : 0;
+    // Entries read in order carry on from where the last one ended.
+    std::int64_t const at = inflater_->position();
+    if (!inflating_ || at > begin || at < from) {
+      inflating_ = false;
+      inflater_->start(point);
+      inflating_ = true;
+    }
+    auto const size = static_cast<std::size_t>(end - begin);
+    text.resize(size);
+    if (inflater_->skip(begin - inflater_->position()) &&
+        inflater_->read(text.data(), size) == size)
+      return complete;
+  } catch (std::runtime_error const&) {
+    // The data inflated whole when it was indexed: it has changed since.
+  }
+  inflating_ = false;
+  return changed;
 }
 
 bool detail::IndexedFile::open_() const {
@@ -121,6 +179,7 @@ detail::IndexedFile::Result detail::IndexedFile::read(std::int64_t begin, std::i
     text.clear();
     return complete;
   }
+  if (index_) return read_text_(begin, end, text);
   if (read_at(descriptor_, begin, static_cast<std::size_t>(end - begin), text)) return complete;
   // Shorter than indexed (truncated since it was examined) or unreadable.
   return FileState::of(file_name_).kind == FileState::missing ? missing : changed;
@@ -154,26 +213,43 @@ FileState FileState::of(std::string const& file_name) noexcept {
 }
 
 bool TextIdentifiedFileFormat::identify(std::string const& file_name) const {
-  std::ifstream in(file_name, std::ios::binary);
+  InputFile in(file_name);
   if (!in) return false;
-  // Read no more than the file holds, up to the limit.
+  // Read no more than the file holds, up to the limit: a plain file's size is asked, a gzip
+  // file's text is read in blocks until it ends or reaches the limit.
   std::size_t wanted = identify_byte_limit;
-  in.seekg(0, std::ios::end);
-  if (std::streamoff const end = in.tellg(); end >= 0) {
-    wanted = std::min(wanted, static_cast<std::size_t>(end));
+  if (!in.compressed()) {
+    in.seekg(0, std::ios::end);
+    if (std::streamoff const end = in.tellg(); end >= 0) {
+      wanted = std::min(wanted, static_cast<std::size_t>(end));
+    }
+    in.clear();
+    in.seekg(0);
   }
-  in.clear();
-  in.seekg(0);
-  // Not zeroed first: only the bytes read are looked at.
-  auto const text = std::make_unique_for_overwrite<char[]>(std::max<std::size_t>(wanted, 1));
-  in.read(text.get(), static_cast<std::streamsize>(wanted));
-  std::size_t size = static_cast<std::size_t>(in.gcount());
-  if (size == identify_byte_limit && in.peek() != std::char_traits<char>::eof()) {
+  std::string text;
+  bool goes_on = false;
+  try {
+    constexpr std::size_t block = std::size_t(1) << 16;
+    while (text.size() < wanted) {
+      std::size_t const had = text.size();
+      text.resize(std::min(wanted, had + block));
+      in.read(text.data() + had, static_cast<std::streamsize>(text.size() - had));
+      text.resize(had + static_cast<std::size_t>(in.gcount()));
+      if (!in) break;
+    }
+    goes_on =
+        text.size() == identify_byte_limit && in && in.peek() != std::char_traits<char>::eof();
+  } catch (std::runtime_error const&) {
+    // Corrupt or truncated compressed data: the text before it is still looked at, and
+    // reading the file reports the fault.
+  }
+  std::size_t size = text.size();
+  if (goes_on) {
     // The file goes on: leave out the last line, which may be cut.
     while (size > 0 && text[size - 1] != '\n' && text[size - 1] != '\r')
       --size;
   }
-  MemoryBuffer buffer(text.get(), text.get() + size);
+  MemoryBuffer buffer(text.data(), text.data() + size);
   std::istream lines(&buffer);
   std::string line;
   for (unsigned int number = 1; number <= identify_line_limit && kora::getline(lines, line);

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "kora/framework/flat_file_database.hpp"
+#include "kora/framework/input_file.hpp"
 #include "kora/io.hpp"
 #include "kora/mdl/mol_file_file_format.hpp"
 
@@ -125,7 +126,7 @@ void Entries::open_(std::string const& path, OpenOptions const& options) {
   fs::file_status const status = fs::status(path, ec);
   if (fs::is_directory(status)) throw missing_file(name_ + ": is a directory");
   if (!fs::is_regular_file(status)) throw missing_file(name_ + ": no such file");
-  FileFormat::OpenParameters parameters{path, extension_of(path), options.read};
+  FileFormat::OpenParameters parameters{path, format_extension(path), options.read};
   THandle<FileFormat> format;
   if (!options.format.empty()) {
     format_ = canonical_format(options.format);

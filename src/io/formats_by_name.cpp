@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <fstream>
 
+#include "kora/framework/input_file.hpp"
 #include "kora/io.hpp"
 #include "kora/mdl/mol_file.hpp"
 #include "kora/mol2/mol2_file.hpp"
@@ -23,8 +23,8 @@ std::string lower(std::string s) {
 
 // Whether the file begins like a SHELX instruction file: its first instruction, after blank
 // lines and remarks, is TITL or CELL, and a CELL instruction is among its first lines.
-bool looks_like_shelx(std::string const& file_name) {
-  std::ifstream in(file_name, std::ios::binary);
+bool looks_like_shelx(std::string const& file_name) try {
+  InputFile in(file_name);
   std::string line;
   bool first = true;
   for (int n = 0; n < 200 && std::getline(in, line); ++n) {
@@ -37,6 +37,8 @@ bool looks_like_shelx(std::string const& file_name) {
     if (head == "cell") return true;
   }
   return false;
+} catch (std::runtime_error const&) {
+  return false;  // corrupt compressed data: reading the file reports it
 }
 
 }  // namespace
@@ -85,9 +87,10 @@ THandle<FileFormat> format_descriptor(std::string const& format) {
 }
 
 THandle<FileFormat> identify_file(std::string const& file_name) {
-  if (THandle<FileFormat> found = find_file_format({file_name, extension_of(file_name)}))
+  // "x.sdf.gz" is named as an SD file.
+  if (THandle<FileFormat> found = find_file_format({file_name, format_extension(file_name)}))
     return found;
-  std::string const extension = lower(extension_of(file_name));
+  std::string const extension = lower(format_extension(file_name));
   std::error_code ec;
   bool const shelx = ((extension == "res" || extension == "ins") &&
                       std::filesystem::is_regular_file(file_name, ec)) ||

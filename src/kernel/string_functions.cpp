@@ -119,7 +119,17 @@ std::istream& read_line(std::istream& is, std::string& line, std::size_t& termin
       break;
     }
   } catch (...) {
-    is.setstate(std::ios_base::badbit);  // rethrows when the stream asks for exceptions
+    // A stream that asks for exceptions on badbit gets the stream buffer's own (a gzip
+    // file's fault names the file), as the standard extractors pass it on.
+    if ((is.exceptions() & std::ios_base::badbit) == 0) {
+      is.setstate(std::ios_base::badbit);
+    } else {
+      try {
+        is.setstate(std::ios_base::badbit);
+      } catch (std::ios_base::failure const&) {
+      }
+      throw;
+    }
   }
   if (!extracted) state |= std::ios_base::failbit;
   if (state != std::ios_base::goodbit) is.setstate(state);

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <stdexcept>
 #include <string_view>
 
 #include "kernel/line_reading.hpp"
+#include "kora/framework/input_file.hpp"
 #include "kora/kernel/string_functions.hpp"
 #include "mdl/mdl_text.hpp"
 
@@ -43,7 +43,7 @@ constexpr char const* no_data_message =
 class RecordLines {
  public:
   RecordLines(std::string const& file_name, bool keep_texts)
-      : in_(file_name, std::ios::binary), lines_of_(in_), keep_texts_(keep_texts) {
+      : in_(file_name), lines_of_(in_), keep_texts_(keep_texts) {
     if (!in_) throw std::runtime_error(cannot_open_message + file_name);
   }
 
@@ -84,7 +84,7 @@ class RecordLines {
   }
 
  private:
-  std::ifstream in_;
+  InputFile in_;
   detail::LineScanner lines_of_;
   bool keep_texts_;
   std::string_view line_;

@@ -1,9 +1,9 @@
 #include "kora/mol2/mol2_database_reader.hpp"
 
-#include <fstream>
 #include <stdexcept>
 
 #include "kernel/line_reading.hpp"
+#include "kora/framework/input_file.hpp"
 #include "kora/kernel/string_functions.hpp"
 #include "mol2/mol2_standard.hpp"
 
@@ -19,7 +19,7 @@ bool begins_with(std::string const& line, std::string_view text) {
 
 void Mol2DatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifiers,
                                std::vector<std::streampos>& positions) const {
-  std::ifstream in(file_name(), std::ios::binary);
+  InputFile in(file_name());
   if (!in) {
     throw database_error("Mol2DatabaseReader::parse() couldn't retrieve entry " + file_name());
   }

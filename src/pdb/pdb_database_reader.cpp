@@ -1,11 +1,11 @@
 #include "kora/pdb/pdb_database_reader.hpp"
 
 #include <algorithm>
-#include <fstream>
 #include <stdexcept>
 #include <string_view>
 
 #include "kernel/line_reading.hpp"
+#include "kora/framework/input_file.hpp"
 #include "kora/kernel/string_functions.hpp"
 
 namespace kora {
@@ -33,7 +33,7 @@ std::string_view record_name(std::string_view line) {
 // from the bytes each line takes, not asked of the stream.
 template <class Visit>
 void for_each_line(std::string const& file_name, Visit visit) {
-  std::ifstream in(file_name, std::ios::binary);
+  InputFile in(file_name);
   if (!in) throw database_error("PdbDatabase::parse() couldn't retrieve entry " + file_name);
   std::streampos position = in.tellg();
   std::string line;

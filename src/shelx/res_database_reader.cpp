@@ -1,15 +1,15 @@
 #include "kora/shelx/res_database_reader.hpp"
 
-#include <fstream>
 #include <stdexcept>
 
+#include "kora/framework/input_file.hpp"
 #include "kora/kernel/string_functions.hpp"
 
 namespace kora {
 
 void ResDatabaseReader::parse(std::vector<DatabaseEntryIdentifier>& identifiers,
                               std::vector<std::streampos>& positions) const {
-  std::ifstream in(file_name(), std::ios::binary);
+  InputFile in(file_name());
   if (!in) {
     throw database_error("ResDatabaseReader::parse() couldn't retrieve entry " + file_name());
   }

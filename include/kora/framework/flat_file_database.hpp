@@ -10,6 +10,7 @@
 #include <exception>
 #include <fstream>
 #include <ios>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -76,6 +77,9 @@ struct FileState {
 
 namespace detail {
 
+class GzipIndex;
+class Inflater;
+
 // The file a database indexed, held to the bytes it had when it was examined. Its state and
 // a checksum of its first and last blocks are taken before indexing. Every read compares the
 // file with them: a file whose size and time are unchanged reads on at once; one that was
@@ -84,6 +88,13 @@ namespace detail {
 // another file (other device or inode) or whose indexed blocks differ is refused, since the
 // positions of its entries may no longer hold. Bytes are read through one descriptor,
 // opened at the first read and kept open.
+//
+// A gzip file (recognised by its first bytes) is held to its compressed bytes the same way,
+// while positions and the indexed bytes are those of its text. Indexing it also records
+// decompression checkpoints (see Indexing), so that reading an entry inflates from the last
+// checkpoint at or before it: at most one checkpoint interval (1 MiB of text in files of up to
+// 2 GiB of text; one block in BGZF files) besides the entry itself. Entries read in order
+// carry on inflating from where the last one ended.
 class IndexedFile {
  public:
   explicit IndexedFile(std::string file_name);
@@ -91,7 +102,32 @@ class IndexedFile {
   IndexedFile(IndexedFile const&) = delete;
   IndexedFile& operator=(IndexedFile const&) = delete;
 
-  // The state taken before indexing; its size is where the indexed bytes end.
+  // While an Indexing object lives, streams that its thread opens by the file's name
+  // (InputFile, as the format readers do) record the decompression checkpoints of a gzip file:
+  // the reader's pass over the text is also the pass that makes it seekable.
+  class Indexing {
+   public:
+    explicit Indexing(IndexedFile const& file);
+    ~Indexing();
+    Indexing(Indexing const&) = delete;
+    Indexing& operator=(Indexing const&) = delete;
+
+   private:
+    std::string const* previous_name_;
+    std::shared_ptr<GzipIndex> previous_index_;
+  };
+
+  // Where the indexed bytes end, once the reader has indexed the file: the size the file had
+  // when examined, or the length of a gzip file's text (inflating whatever the reader left
+  // unread, so that the checkpoints reach the end). Truncated or corrupt compressed data
+  // throws std::runtime_error naming the file.
+  std::int64_t finish_indexing();
+  bool compressed() const { return index_ != nullptr; }
+  // Bytes of text inflated by read() so far: what random access into a gzip file cost.
+  std::int64_t inflated() const;
+
+  // The state taken before indexing; its size is where the indexed (for a gzip file, the
+  // compressed) bytes end.
   FileState const& state() const { return state_; }
 
   // Bytes [begin, end) of the indexed bytes into `text`. missing: the file is gone or cannot
@@ -106,6 +142,7 @@ class IndexedFile {
   bool open_() const;
   // Whether the file, now in state `now`, still holds the indexed bytes.
   bool holds_indexed_bytes_(FileState const& now) const;
+  Result read_text_(std::int64_t begin, std::int64_t end, std::string& text) const;
 
   std::string file_name_;
   FileState state_;
@@ -113,6 +150,9 @@ class IndexedFile {
   std::uint64_t checksum_ = 0;
   mutable FileState accepted_;  // the last state found to hold the indexed bytes
   mutable int descriptor_ = -1;
+  std::shared_ptr<GzipIndex> index_;            // a gzip file's checkpoints; null for plain files
+  mutable std::unique_ptr<Inflater> inflater_;  // reads a gzip file's entries
+  mutable bool inflating_ = false;              // whether inflater_ is in a usable state
 };
 
 // Where each entry's bytes end: at the nearest start of another entry after its own start,
@@ -132,7 +172,9 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   /// name that leads to anything but a regular file (a directory, a device, a pipe) throws
   /// database_error: entries are read by seeking. Entries the reader finds beyond the size
   /// the file had when it was examined (written while it was being indexed) are left out; a
-  /// negative position throws database_error.
+  /// negative position throws database_error. A gzip file is indexed and read as its text
+  /// (positions are offsets in the text); its truncated or corrupt data throws the reader's
+  /// std::runtime_error naming the file.
   template <class... ReaderArguments>
   explicit FlatFileDatabase(std::string const& file_name, ReaderArguments&&... reader_arguments)
       : file_name_(file_name), indexed_(file_name), file_(make_handle<File>()) {
@@ -141,12 +183,15 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
     }
     auto const reader =
         make_handle<Reader>(file_name, std::forward<ReaderArguments>(reader_arguments)...);
-    reader->parse(identifiers_, positions_);
+    {
+      detail::IndexedFile::Indexing const indexing(indexed_);
+      reader->parse(identifiers_, positions_);
+    }
+    auto const size = indexed_.finish_indexing();
     if (identifiers_.size() != positions_.size()) {
       throw database_error("FlatFileDatabase: the index of " + file_name +
                            " has different numbers of identifiers and positions");
     }
-    auto const size = static_cast<std::int64_t>(indexed_.state().size);
     std::size_t kept = 0;
     for (std::size_t k = 0; k < positions_.size(); ++k) {
       std::streamoff const at = positions_[k];
