@@ -126,6 +126,8 @@ class Entries {
 
  private:
   void open_(std::string const& path, OpenOptions const& options);
+  // A failure to open `path` (the input, or its copy) as a message about the input.
+  std::string about_input(std::string const& path, std::string const& message) const;
 
   std::string name_;
   std::string format_;

@@ -84,6 +84,13 @@ std::string spool(std::istream& in, std::string const& name) {
 
 }  // namespace
 
+std::string Entries::about_input(std::string const& path, std::string const& message) const {
+  std::string cause = one_line(message);
+  // Messages that name the file already (compressed data) name it once, by the input's name.
+  if (cause.rfind(path + ": ", 0) == 0) cause.erase(0, path.size() + 2);
+  return name_ + ": " + cause;
+}
+
 Entries::Entries(std::string const& path, OpenOptions const& options) : name_(path) {
   if (path == "-") {
     spool_ = spool(std::cin, "standard input");
@@ -147,7 +154,7 @@ void Entries::open_(std::string const& path, OpenOptions const& options) {
   try {
     database_ = format->make_database(parameters);
   } catch (std::exception const& e) {
-    throw io_error(name_ + ": " + one_line(e.what()));
+    throw io_error(about_input(path, e.what()));
   }
   if (!database_) throw unknown_format(name_ + ": not a " + format->name());
   if (database_->size() > 0) return;
@@ -158,7 +165,7 @@ void Entries::open_(std::string const& path, OpenOptions const& options) {
     file->read(path);
     whole_file_ = file->database_entry();
   } catch (std::exception const& e) {
-    throw io_error(name_ + ": " + one_line(e.what()));
+    throw io_error(about_input(path, e.what()));
   }
 }
 

@@ -196,6 +196,15 @@ check "list -" test "$("$kora" list - <"$examples/drugs.sdf" | wc -l)" -eq 6
 check "info -" grep -q '"identifier":"caffeine"' <<<"$("$kora" info - --json <"$examples/drugs.sdf")"
 check "convert -" test "$("$kora" convert - - --to mol2 <"$examples/drugs.sdf" | grep -c '@<TRIPOS>MOLECULE')" -eq 5
 
+# compressed input, from a file or standard input; a cut file named once in the error
+gzip -c "$examples/drugs.sdf" >"$work/drugs.sdf.gz"
+check "info of .sdf.gz" grep -q '"identifier":"ibuprofen"' <<<"$("$kora" info "$work/drugs.sdf.gz" --entry 3 --json)"
+check "list of gzip on stdin" test "$("$kora" list - <"$work/drugs.sdf.gz" | wc -l)" -eq 6
+head -c 300 "$work/drugs.sdf.gz" >"$work/cut.sdf.gz"
+"$kora" info "$work/cut.sdf.gz" 2>"$work/cut.err" >/dev/null
+check "cut gzip exits 1" test $? -eq 1
+check "cut gzip named once" test "$(grep -o 'cut.sdf.gz' "$work/cut.err" | wc -l)" -eq 1
+
 # get: entries byte for byte, by identifier or index
 check "get by identifier" cmp -s <("$kora" get "$examples/drugs.sdf" caffeine) <(sed -n '/^caffeine/,/\$\$\$\$/p' "$examples/drugs.sdf")
 check "get by index" test "$("$kora" get "$examples/drugs.sdf" 0 | head -1)" = aspirin
