@@ -173,7 +173,7 @@ class Database {
  public:
   Database(std::string path, std::string const& format, bool classic)
       : path_(std::move(path)),
-        source_(std::in_place, path_, open_options(format, classic)),
+        source_(std::make_shared<kora::Entries>(path_, open_options(format, classic))),
         format_(source_->format()) {}
 
   std::string const& path() const { return path_; }
@@ -217,6 +217,12 @@ class Database {
     auto const found = by_identifier_->find(identifier);
     return found == by_identifier_->end() ? -1 : found->second;
   }
+  // The entries, for readers that keep them while they read; ValueError once closed.
+  std::shared_ptr<kora::Entries const> shared_entries() const {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    open_entries_();
+    return source_;
+  }
   std::pair<int, Match> nearest(std::string const& identifier) const {
     std::lock_guard<std::mutex> const lock(mutex_);
     Match match = Match::nearest_only;
@@ -238,7 +244,8 @@ class Database {
   }
 
   std::string path_;
-  std::optional<kora::Entries> source_;  // empty once closed
+  // Null once closed; shared with the parallel readers of its entries.
+  std::shared_ptr<kora::Entries const> source_;
   std::string format_;
   mutable std::mutex mutex_;
   mutable std::optional<std::unordered_map<std::string, int>> by_identifier_;
@@ -284,6 +291,50 @@ struct EntryIterator {
     EntryRef entry{std::move(ready.front())};
     ready.pop_front();
     return entry;
+  }
+};
+
+// Entries read ahead on several threads, in order, without the GIL. Holds the database (to
+// tell when it is closed) and its entries (so that closing cannot pull them from under the
+// threads).
+struct ParallelIterator {
+  py::object database;
+  std::shared_ptr<kora::Entries const> entries;
+  std::unique_ptr<kora::ReadAhead> reading;
+
+  ParallelIterator(py::object db, std::vector<int> indices, int threads)
+      : database(std::move(db)), entries(database.cast<Database const&>().shared_entries()) {
+    kora::ReadAheadOptions options;
+    options.threads = threads;
+    py::gil_scoped_release const release;
+    reading = std::make_unique<kora::ReadAhead>(*entries, std::move(indices), options);
+  }
+
+  EntryRef advance() {
+    if (!reading) throw py::stop_iteration();
+    if (database.cast<Database const&>().closed()) {
+      stop();
+      throw py::value_error("I/O operation on a closed kora.Database");
+    }
+    kora::EntryRead read;
+    bool more = false;
+    {
+      py::gil_scoped_release const release;
+      more = reading->next(read);
+    }
+    if (!more) {
+      stop();
+      throw py::stop_iteration();
+    }
+    if (read.error) std::rethrow_exception(read.error);
+    return {std::move(read.entry)};
+  }
+
+  // The threads stop (without the GIL: they may be waiting for it nowhere, but joining takes
+  // a while) and the entries are let go.
+  void stop() {
+    py::gil_scoped_release const release;
+    reading.reset();
   }
 };
 
@@ -814,6 +865,14 @@ PYBIND11_MODULE(_kora, m) {
       .def("__iter__", [](EntryIterator& it) -> EntryIterator& { return it; })
       .def("__next__", &EntryIterator::advance);
 
+  py::class_<ParallelIterator>(m, "ParallelIterator")
+      .def("__iter__", [](ParallelIterator& it) -> ParallelIterator& { return it; })
+      .def("__next__", &ParallelIterator::advance)
+      .def_property_readonly(
+          "threads",
+          [](ParallelIterator const& it) { return it.reading ? it.reading->threads() : 0; },
+          "The threads reading (0 once the iteration has ended).");
+
   py::class_<Database>(m, "Database",
                        "The entries of a file, read on demand: db[i], db['ID'], len(db), "
                        "iteration.")
@@ -851,6 +910,31 @@ PYBIND11_MODULE(_kora, m) {
            [](py::object self) {
              return EntryIterator{std::move(self), 0, {}, {}};
            })
+      .def(
+          "read",
+          [](py::object self, std::optional<std::vector<int>> indices, int threads) {
+            Database const& db = self.cast<Database const&>();
+            int const n = db.size();
+            std::vector<int> chosen;
+            if (indices) {
+              chosen = std::move(*indices);
+              for (int& i : chosen) {
+                if (i < 0) i += n;
+                if (i < 0 || i >= n) throw py::index_error("entry index out of range");
+              }
+            } else {
+              chosen.resize(std::size_t(n));
+              for (int i = 0; i < n; ++i)
+                chosen[std::size_t(i)] = i;
+            }
+            if (threads < 0) throw py::value_error("threads must be 0 (every core) or more");
+            return ParallelIterator(std::move(self), std::move(chosen), threads);
+          },
+          py::arg("indices") = py::none(), py::arg("threads") = 0,
+          "An iterator over the entries (every one, or those of the indices given, in that "
+          "order) read ahead on several threads without the GIL (threads=0: one per core; 1: "
+          "no thread is started). The entries and failures are those of reading one at a "
+          "time, in the same order. Closing the database ends it with ValueError.")
       .def_property_readonly(
           "identifiers",
           [](Database const& db) {

@@ -10,12 +10,16 @@
 ///     out.write(*entries.entry(3));
 ///     out.close();
 
+#include <exception>
+#include <functional>
 #include <iosfwd>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -86,7 +90,8 @@ struct OpenOptions {
 
 /// The entries of one input: its database (random access by index or identifier), or, when
 /// the format takes the input but finds no entry boundaries in it, the whole input read as
-/// one entry. Standard input ("-") is read through to its end first.
+/// one entry. Standard input ("-") is read through to its end first. Several threads may read
+/// entries at once: they take turns (ReadAhead reads in parallel).
 class Entries {
  public:
   /// Opens a file ("-": standard input) and indexes its entries. An input that is missing or
@@ -129,8 +134,19 @@ class Entries {
   // A failure to open `path` (the input, or its copy) as a message about the input.
   std::string about_input(std::string const& path, std::string const& message) const;
 
+  friend class ReadAhead;
+  // Entry i read from its bytes with `file`, a file object of the input's format: what
+  // entry(i) gives, for threads that each hold a file object of their own.
+  THandle<CrystalStructureDatabaseEntry> entry_from_text_(int i, std::string&& text,
+                                                          MoleculeFile& file) const;
+  // The failure to read entry i as entry(i) reports it.
+  database_error entry_failure_(int i, std::string const& cause) const;
+
   std::string name_;
   std::string format_;
+  ReadOptions read_;
+  // Readers of the input take turns: the database reads through one file object.
+  std::unique_ptr<std::mutex> turn_ = std::make_unique<std::mutex>();
   std::string spool_;  // a temporary copy of a stream, removed with the object
   THandle<Database<CrystalStructureDatabaseEntry>> database_;
   THandle<CrystalStructureDatabaseEntry> whole_file_;  // when the index found nothing
@@ -140,12 +156,72 @@ class Entries {
 Entries open(std::string const& path, OpenOptions const& options = {});
 
 // ---------------------------------------------------------------------------------------------
+// Reading on several threads.
+
+/// One entry as ReadAhead hands it on.
+struct EntryRead {
+  int index = -1;                                ///< the entry's index in its input
+  THandle<CrystalStructureDatabaseEntry> entry;  ///< null when it could not be read
+  std::string output;                            ///< what the work made of the entry
+  /// Why the entry could not be read (database_error, worded as Entries::entry words it), or
+  /// what the work threw; null when all went well.
+  std::exception_ptr error;
+};
+
+/// How many threads ReadAhead reads on, and how far ahead.
+struct ReadAheadOptions {
+  /// 0: one per core of the machine; 1: everything on the caller's thread, nothing started.
+  int threads = 0;
+  /// Entries read but not yet handed on, about; 0: 256 per thread. Threads take entries in
+  /// batches of up to 64 entries or 256 KiB of text, and the window holds at least one batch
+  /// per thread. Memory is bounded by it, never by the size of the input.
+  int window = 0;
+};
+
+/// The entries of an input read (and, if asked, worked on) by several threads and handed on
+/// in the order asked for. Threads take batches of entries in turn: each takes the batch's
+/// bytes from the input (one thread at a time) and reads them with its own file object of the
+/// input's format, then runs the work on each entry. What next() gives is what Entries::entry(i)
+/// would give, whatever the number of threads.
+class ReadAhead {
+ public:
+  /// What is made of each entry on the thread that read it (the entry's text in an output
+  /// format, its summary): handed on as EntryRead::output.
+  using Work = std::function<std::string(int index, CrystalStructureDatabaseEntry const& entry)>;
+
+  /// Starts reading `indices` of `entries` (which must outlive this object).
+  ReadAhead(Entries const& entries, std::vector<int> indices, ReadAheadOptions const& options = {},
+            Work work = {});
+  ReadAhead(ReadAhead const&) = delete;
+  ReadAhead& operator=(ReadAhead const&) = delete;
+  /// Stops the threads; entries not yet handed on are dropped.
+  ~ReadAhead();
+
+  /// The next entry in order into `read`; false when every entry has been handed on.
+  bool next(EntryRead& read);
+  /// The number of threads reading (1 when the caller's thread does the work).
+  int threads() const;
+
+  /// The machine's cores (at least 1).
+  static int hardware_threads();
+
+ private:
+  class State;
+  std::unique_ptr<State> state_;
+};
+
+// ---------------------------------------------------------------------------------------------
 // Writing.
 
 /// Writes one entry through a file object of the output format, as the options say (MOL
 /// blocks are V3000 when they ask for it); an SD record written as SD keeps its data items.
 void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entry,
                  WriteOptions const& options, std::ostream& out);
+
+/// The text write_entry makes of an entry in a format (a short name or alias), with a file
+/// object of that format kept for the calling thread: threads may call it at once.
+std::string entry_text(CrystalStructureDatabaseEntry const& entry, std::string const& format,
+                       WriteOptions const& options);
 
 /// Entries written to a file in one format. A path is written through a temporary file beside
 /// it, put in place by close() with the replaced file's mode (or a new file's), so that a
@@ -168,11 +244,18 @@ class EntryWriter {
   std::string const& format() const { return format_; }
   /// Writes one entry after those written before; output_error after close().
   void write(CrystalStructureDatabaseEntry const& entry);
+  /// Writes text that write_entry made of an entry in this writer's format and options (on
+  /// another thread, say) after what was written before; output_error after close().
+  void write_text(std::string_view text);
+  /// The options entries are written with.
+  WriteOptions const& options() const { return options_; }
   /// Flushes and puts the file in place.
   void close();
 
  private:
   class Target;
+  void check_();
+
   std::string format_;
   WriteOptions options_;
   std::unique_ptr<MoleculeFile> writer_;

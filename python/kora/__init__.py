@@ -22,6 +22,7 @@ from ._kora import (
     Format,
     Match,
     Molecule,
+    ParallelIterator,
     SpaceGroup,
     __version__,
     formats,
@@ -33,8 +34,8 @@ from ._kora import (
 
 __all__ = [
     "Atom", "Bond", "BondType", "Cell", "Database", "DatabaseError", "Entry", "EntryIterator",
-    "Format", "Match", "Molecule", "SpaceGroup", "formats", "identify", "open", "to_string",
-    "write",
+    "Format", "Match", "Molecule", "ParallelIterator", "SpaceGroup", "formats", "identify", "open",
+    "to_string", "write",
 ]
 
 

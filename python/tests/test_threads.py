@@ -91,3 +91,55 @@ def test_opening_and_identifying_at_once(big_files, examples_dir):
         return [(kora.identify(p), kora.open(p).identifiers) for p in paths]
 
     assert run_together([job] * 2) == [expected, expected]
+
+
+def entry_fingerprints(entries):
+    """fingerprint() of entries already read."""
+    class Entries:
+        def __init__(self, items):
+            self.items = list(items)
+
+        def __len__(self):
+            return len(self.items)
+
+        def __getitem__(self, i):
+            return self.items[i]
+
+    return fingerprint(Entries(entries))
+
+
+@pytest.mark.parametrize("threads", [1, 2, 3, 0])
+def test_read_ahead_gives_the_entries_in_order(big_files, threads):
+    for path in big_files.values():
+        db = kora.open(path)
+        assert entry_fingerprints(db.read(threads=threads)) == fingerprint(db)
+        picked = [len(db) - 1, 3, 3, -len(db), 40]
+        assert entry_fingerprints(db.read(picked, threads=threads)) == \
+            entry_fingerprints(db[i] for i in picked)
+
+
+def test_read_ahead_failures_and_closing(tmp_path, big_files):
+    text = big_files["sdf"].read_text()
+    broken = "broken\n  test\n\n  2  1  0  0  0  0  0  0  0  0999 V2000\n" \
+        "    0.0000    0.0000    0.0000 C   0  0\n    1.5000    0.0000    0.0000 C   0  0\n" \
+        "  1  9  1  0\nM  END\n$$$$\n"
+    path = tmp_path / "broken.sdf"
+    path.write_text(text + broken + text)
+    db = kora.open(path)
+    iterator = db.read(threads=2)
+    assert iterator.threads == 2
+    for _ in range(len(text.split("$$$$\n")) - 1):
+        next(iterator)
+    with pytest.raises(kora.DatabaseError) as raised:
+        next(iterator)
+    with pytest.raises(kora.DatabaseError) as one_at_a_time:
+        db[750]
+    assert str(raised.value) == str(one_at_a_time.value)
+    assert next(iterator).identifier == db.identifiers[751]  # reading goes on after a failure
+    with pytest.raises(IndexError):
+        db.read([len(db)])
+    db.close()
+    with pytest.raises(ValueError):
+        next(iterator)
+    with pytest.raises(ValueError):
+        db.read()

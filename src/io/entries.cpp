@@ -108,6 +108,8 @@ Entries::Entries(std::istream& in, std::string const& name, OpenOptions const& o
 Entries::Entries(Entries&& other) noexcept
     : name_(std::move(other.name_)),
       format_(std::move(other.format_)),
+      read_(other.read_),
+      turn_(std::move(other.turn_)),
       database_(std::move(other.database_)),
       whole_file_(std::move(other.whole_file_)) {
   spool_.swap(other.spool_);
@@ -116,6 +118,8 @@ Entries::Entries(Entries&& other) noexcept
 Entries& Entries::operator=(Entries&& other) noexcept {
   name_ = std::move(other.name_);
   format_ = std::move(other.format_);
+  read_ = other.read_;
+  turn_ = std::move(other.turn_);
   spool_.swap(other.spool_);
   database_ = std::move(other.database_);
   whole_file_ = std::move(other.whole_file_);
@@ -129,6 +133,7 @@ Entries::~Entries() {
 }
 
 void Entries::open_(std::string const& path, OpenOptions const& options) {
+  read_ = options.read;
   std::error_code ec;
   fs::file_status const status = fs::status(path, ec);
   if (fs::is_directory(status)) throw missing_file(name_ + ": is a directory");
@@ -190,22 +195,44 @@ THandle<CrystalStructureDatabaseEntry> Entries::entry(int i) const {
   }
   if (whole_file_) return whole_file_;
   try {
+    std::scoped_lock const lock(*turn_);
     return database_->entry(i);
   } catch (std::exception const& e) {
-    // "file:line: entry N (identifier): cause", the line being where the entry starts.
-    std::string where = name_;
-    auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(database_);
-    if (long long const line = index ? line_at(index->file_name(), offset(i)) : 0; line > 0)
-      where += ":" + std::to_string(line);
-    throw database_error(where + ": entry " + std::to_string(i) + " (" + identifier(i).str() +
-                         "): " + one_line(e.what()));
+    throw entry_failure_(i, e.what());
+  }
+}
+
+database_error Entries::entry_failure_(int i, std::string const& cause) const {
+  // "file:line: entry N (identifier): cause", the line being where the entry starts.
+  std::string where = name_;
+  auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(database_);
+  if (long long const line = index ? line_at(index->file_name(), offset(i)) : 0; line > 0)
+    where += ":" + std::to_string(line);
+  return database_error(where + ": entry " + std::to_string(i) + " (" + identifier(i).str() +
+                        "): " + one_line(cause));
+}
+
+THandle<CrystalStructureDatabaseEntry> Entries::entry_from_text_(int i, std::string&& text,
+                                                                 MoleculeFile& file) const {
+  // As the database reads an entry: its bytes parsed by a file object kept from entry to entry.
+  std::istringstream input(std::move(text));
+  try {
+    file.clear();
+    file.read(input);
+    THandle<CrystalStructureDatabaseEntry> const entry = file.database_entry();
+    entry->set_identifier(database_->identifier(i));
+    return entry;
+  } catch (std::exception const& e) {
+    throw entry_failure_(i, e.what());
   }
 }
 
 std::string Entries::text(int i) const {
   if (auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(database_);
-      index && !whole_file_)
+      index && !whole_file_) {
+    std::scoped_lock const lock(*turn_);
     return index->text(i);
+  }
   if (i != 0) throw database_error(name_ + ": no entry " + std::to_string(i) + " (it has 1)");
   // The whole file is the one entry.
   std::ifstream in(spool_.empty() ? name_ : spool_, std::ios::binary);

@@ -10,7 +10,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <random>
+#include <sstream>
 
 #include "kora/io.hpp"
 #include "kora/mdl/mol_file.hpp"
@@ -34,6 +36,20 @@ void write_entry(MoleculeFile& writer, CrystalStructureDatabaseEntry const& entr
     }
   }
   writer.print(out);
+}
+
+std::string entry_text(CrystalStructureDatabaseEntry const& entry, std::string const& format,
+                       WriteOptions const& options) {
+  // A file object per format and thread, kept from entry to entry.
+  thread_local std::map<std::string, std::unique_ptr<MoleculeFile>> writers;
+  std::string const name = canonical_format(format);
+  std::unique_ptr<MoleculeFile>& writer = writers[name];
+  if (!writer) writer = make_file_object(name);
+  thread_local std::ostringstream out;
+  out.str(std::string());
+  out.clear();
+  write_entry(*writer, entry, options, out);
+  return std::move(out).str();
 }
 
 // The file written: a temporary file beside the target, renamed over it at the end; or the
@@ -155,6 +171,16 @@ EntryWriter::~EntryWriter() = default;
 void EntryWriter::write(CrystalStructureDatabaseEntry const& entry) {
   if (!out_) throw output_error("an entry written after close()");
   write_entry(*writer_, entry, options_, *out_);
+  check_();
+}
+
+void EntryWriter::write_text(std::string_view text) {
+  if (!out_) throw output_error("an entry written after close()");
+  out_->write(text.data(), static_cast<std::streamsize>(text.size()));
+  check_();
+}
+
+void EntryWriter::check_() {
   if (target_) {
     target_->check();
   } else if (!*out_) {

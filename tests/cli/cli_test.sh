@@ -109,6 +109,19 @@ check "no temporary left" test "$(ls "$work" | grep -c kora-)" -eq 0
 check "--keep-going exits 3" test "$(status_of "$kora" convert "$work/bad.sdf" "$work/kept.mol2" --keep-going)" -eq 3
 check "--keep-going writes the rest" test "$(grep -c '@<TRIPOS>MOLECULE' "$work/kept.mol2")" -eq 4
 
+# several threads give the output of one, skipped entries reported in order
+for i in 1 2 3 4 5 6 7 8; do cat "$work/bad.sdf"; done >"$work/bad8.sdf"
+for j in 1 2 3; do
+  "$kora" convert -j $j "$work/bad8.sdf" "$work/j$j.mol2" --keep-going 2>"$work/j$j.err"
+  "$kora" info -j $j --json "$work/bad8.sdf" --classic >"$work/j$j.json" 2>/dev/null
+done
+check "-j 2 converts as -j 1" cmp -s "$work/j1.mol2" "$work/j2.mol2"
+check "-j 3 converts as -j 1" cmp -s "$work/j1.mol2" "$work/j3.mol2"
+check "-j 2 skips as -j 1" cmp -s "$work/j1.err" "$work/j2.err"
+check "-j skips each bad entry" test "$(grep -c 'skipped .*entry' "$work/j2.err")" -eq 8
+check "-j 2 summarises as -j 1" cmp -s "$work/j1.json" "$work/j2.json"
+check "a negative -j is refused" test "$(status_of "$kora" info -j -1 "$work/bad8.sdf")" -eq 2
+
 # a closed pipe ends the program quietly, as it ends any writer into a pipe
 for i in $(seq 300); do cat "$examples/drugs.sdf"; done >"$work/big.sdf"
 "$kora" convert "$work/big.sdf" - --to sdf 2>"$work/pipe.err" | head -c 10 >/dev/null

@@ -77,6 +77,13 @@ struct Input {
   bool short_ids = false;
   bool classic = false;
   bool quiet = false;
+  int jobs = 0;  // 0: the machine's cores
+
+  ReadAheadOptions reading() const {
+    ReadAheadOptions options;
+    options.threads = jobs;
+    return options;
+  }
 
   Entries open() const {
     OpenOptions options;
@@ -159,12 +166,18 @@ int run_list(Input const& input) {
 
 int run_info(Input const& input, Choice const& choice, bool json) {
   Entries const entries = input.open();
-  std::vector<int> const chosen = choice.of(entries);
+  std::vector<int> chosen = choice.of(entries);
   Progress progress(static_cast<int>(chosen.size()), input.quiet);
+  // Entries are summarised on the threads that read them and printed in order.
+  ReadAhead reading(entries, std::move(chosen), input.reading(),
+                    [json](int i, CrystalStructureDatabaseEntry const& entry) {
+                      Summary const s = summarise(i, entry);
+                      return json ? summary_json(s) + '\n' : summary_text(s);
+                    });
   int done = 0;
-  for (int i : chosen) {
-    Summary const s = summarise(i, *entries.entry(i));
-    std::cout << (json ? summary_json(s) + '\n' : summary_text(s));
+  for (EntryRead read; reading.next(read);) {
+    if (read.error) std::rethrow_exception(read.error);
+    std::cout << read.output;
     progress.update(++done);
   }
   return 0;
@@ -220,7 +233,7 @@ int run_convert(Input const& input, Choice const& choice, ConvertOptions const& 
       input.classic ? WriteOptions::classic_mode() : WriteOptions::standard_mode();
   options.v3000 = c.v3000;
   Entries const entries = input.open();
-  std::vector<int> const chosen = choice.of(entries);
+  std::vector<int> chosen = choice.of(entries);
   if (format == "res" && chosen.size() > 1 && !c.split) {
     throw Usage("a RES file holds one structure and " + input.file + " has " +
                 std::to_string(chosen.size()) +
@@ -229,31 +242,39 @@ int run_convert(Input const& input, Choice const& choice, ConvertOptions const& 
   std::optional<EntryWriter> writer;
   if (!c.split) writer.emplace(c.out, format, options);
   Progress progress(static_cast<int>(chosen.size()), input.quiet);
+  int const total = static_cast<int>(chosen.size());
+  // Entries are read and written as text on several threads and put out in order, so the
+  // output is the same whatever the number of threads.
+  ReadAhead reading(entries, std::move(chosen), input.reading(),
+                    [&format, &options](int, CrystalStructureDatabaseEntry const& entry) {
+                      return entry_text(entry, format, options);
+                    });
   int skipped = 0;
   int done = 0;
-  for (int i : chosen) {
-    THandle<CrystalStructureDatabaseEntry> e;
-    try {
-      e = entries.entry(i);
-    } catch (database_error const& error) {
-      if (!c.keep_going) throw;
-      std::cerr << "kora: skipped " << error.what() << '\n';
-      ++skipped;
-      progress.update(++done);
-      continue;
+  for (EntryRead read; reading.next(read);) {
+    if (read.error) {
+      try {
+        std::rethrow_exception(read.error);
+      } catch (database_error const& error) {
+        if (!c.keep_going) throw;
+        std::cerr << "kora: skipped " << error.what() << '\n';
+        ++skipped;
+        progress.update(++done);
+        continue;
+      }
     }
     if (c.split) {
-      EntryWriter one(split_name(c.out, i, entries.size()), format, options);
-      one.write(*e);
+      EntryWriter one(split_name(c.out, read.index, entries.size()), format, options);
+      one.write_text(read.output);
       one.close();
     } else {
-      writer->write(*e);
+      writer->write_text(read.output);
     }
     progress.update(++done);
   }
   if (writer) writer->close();
   if (skipped > 0) {
-    std::cerr << "kora: skipped " << skipped << " of " << chosen.size() << " entries\n";
+    std::cerr << "kora: skipped " << skipped << " of " << total << " entries\n";
     return 3;
   }
   return 0;
@@ -294,6 +315,13 @@ int main(int argc, char** argv) {
                       "of following each format's public conventions");
     command->add_flag("-q,--quiet", input.quiet, "No progress bar");
   };
+  auto const add_jobs = [&](CLI::App* command) {
+    command
+        ->add_option("-j,--jobs", input.jobs,
+                     "Threads reading the entries (default: one per core); the output is the "
+                     "same whatever their number")
+        ->check(CLI::NonNegativeNumber);
+  };
   auto const add_choice = [&](CLI::App* command) {
     auto* by_index =
         command->add_option("--entry", choice.entry, "Only the entry with this index (from 0)");
@@ -307,10 +335,15 @@ int main(int argc, char** argv) {
 
   auto* list = app.add_subcommand("list", "List the entries of a file: index, identifier, offset");
   add_input(list, "Input file, or - for standard input");
+  list->add_option("-j,--jobs", input.jobs,
+                   "Accepted as by info and convert; a list needs only the index, made in one "
+                   "pass")
+      ->check(CLI::NonNegativeNumber);
 
   auto* info = app.add_subcommand("info", "Summarise every entry (or one)");
   add_input(info, "Input file, or - for standard input");
   add_choice(info);
+  add_jobs(info);
   info->add_flag("--json", json, "One JSON object per entry per line");
 
   auto* get = app.add_subcommand("get", "Print entries as the file holds them, byte for byte");
@@ -322,6 +355,7 @@ int main(int argc, char** argv) {
   convert->add_option("OUT", convert_options.out, "Output file, or - for standard output")
       ->required();
   add_choice(convert);
+  add_jobs(convert);
   convert->add_option("--to", convert_options.to, "Output format (default: from OUT's extension)");
   convert->add_flag("--v3000", convert_options.v3000, "Write V3000 MOL blocks");
   convert->add_flag("--keep-going", convert_options.keep_going, "Skip entries that cannot be read");
