@@ -935,6 +935,20 @@ PYBIND11_MODULE(_kora, m) {
           "order) read ahead on several threads without the GIL (threads=0: one per core; 1: "
           "no thread is started). The entries and failures are those of reading one at a "
           "time, in the same order. Closing the database ends it with ValueError.")
+      .def(
+          "save_index",
+          [](Database const& db) {
+            std::shared_ptr<kora::Entries const> const entries = db.shared_entries();
+            std::string saved;
+            {
+              py::gil_scoped_release const release;
+              saved = entries->save_index();
+            }
+            return path_text(saved);
+          },
+          "Saves the index beside the file (its name followed by .kora-index) and gives that "
+          "file's name: opening the same file with the same options reads it instead of "
+          "indexing, while the file is unchanged. A compressed file raises kora.DatabaseError.")
       .def_property_readonly(
           "identifiers",
           [](Database const& db) {

@@ -122,6 +122,12 @@ class Entries {
   THandle<CrystalStructureDatabaseEntry> entry(int i) const;
   /// The bytes of entry i as the input holds them.
   std::string text(int i) const;
+  /// Saves the index beside the input (the input's name followed by ".kora-index"), so that
+  /// opening the same bytes again with the same format and options reads it instead of
+  /// indexing; a saved index that no longer fits its file (another size, time or checksum of
+  /// the first and last blocks) is ignored. Gives the saved file's name. Standard input, a
+  /// compressed file and an input read as one entry throw io_error.
+  std::string save_index() const;
   /// The index of the first entry with exactly this identifier; -1 when there is none.
   int find(std::string const& identifier) const;
   /// The entry with this identifier, else the first equal to it ignoring case, else the
@@ -145,6 +151,7 @@ class Entries {
   std::string name_;
   std::string format_;
   ReadOptions read_;
+  std::string index_key_;  // what a saved index of this input must have been made for
   // Readers of the input take turns: the database reads through one file object.
   std::unique_ptr<std::mutex> turn_ = std::make_unique<std::mutex>();
   std::string spool_;  // a temporary copy of a stream, removed with the object

@@ -285,3 +285,20 @@ class TestNearest:
         index, match = db.nearest("aLPHA")
         assert match == kora.Match.EQUAL_IGNORING_CASE
         assert db.identifiers[index].lower() == "alpha"
+
+
+def test_saved_index(tmp_path, drugs_sdf):
+    path = tmp_path / "drugs.sdf"
+    shutil.copy(drugs_sdf, path)
+    db = kora.open(path)
+    saved = db.save_index()
+    assert saved == str(path) + ".kora-index" and os.path.exists(saved)
+    again = kora.open(path)
+    assert again.identifiers == db.identifiers
+    assert [again[i].molecule.formula for i in range(len(again))] == \
+        [db[i].molecule.formula for i in range(len(db))]
+    gz = tmp_path / "drugs.sdf.gz"
+    import gzip
+    gz.write_bytes(gzip.compress(drugs_sdf.read_bytes()))
+    with pytest.raises(kora.DatabaseError, match="compressed"):
+        kora.open(gz).save_index()

@@ -185,19 +185,25 @@ detail::IndexedFile::Result detail::IndexedFile::read(std::int64_t begin, std::i
   return FileState::of(file_name_).kind == FileState::missing ? missing : changed;
 }
 
-std::vector<std::int64_t> detail::entry_ends(std::vector<std::streampos> const& positions,
+std::vector<std::int64_t> detail::entry_ends(std::span<std::int64_t const> starts,
                                              std::int64_t size) {
-  std::vector<std::int64_t> starts;
-  starts.reserve(positions.size());
-  for (std::streampos const p : positions)
-    starts.push_back(static_cast<std::int64_t>(std::streamoff(p)));
-  std::vector<std::int64_t> sorted = starts;
-  std::sort(sorted.begin(), sorted.end());
-  for (std::int64_t& at : starts) {
-    auto const next = std::upper_bound(sorted.begin(), sorted.end(), at);
-    at = next == sorted.end() ? std::max(at, size) : *next;
+  std::vector<std::int64_t> ends(starts.size());
+  if (std::is_sorted(starts.begin(), starts.end())) {
+    // Entries in file order, as indexes almost always give them: one pass from the end.
+    std::int64_t next = size;
+    for (std::size_t k = starts.size(); k-- > 0;) {
+      ends[k] = std::max(next, starts[k]);
+      if (k > 0 && starts[k - 1] < starts[k]) next = starts[k];
+    }
+    return ends;
   }
-  return starts;
+  std::vector<std::int64_t> sorted(starts.begin(), starts.end());
+  std::sort(sorted.begin(), sorted.end());
+  for (std::size_t k = 0; k < starts.size(); ++k) {
+    auto const next = std::upper_bound(sorted.begin(), sorted.end(), starts[k]);
+    ends[k] = next == sorted.end() ? std::max(starts[k], size) : *next;
+  }
+  return ends;
 }
 
 FileState FileState::of(std::string const& file_name) noexcept {

@@ -109,6 +109,7 @@ Entries::Entries(Entries&& other) noexcept
     : name_(std::move(other.name_)),
       format_(std::move(other.format_)),
       read_(other.read_),
+      index_key_(std::move(other.index_key_)),
       turn_(std::move(other.turn_)),
       database_(std::move(other.database_)),
       whole_file_(std::move(other.whole_file_)) {
@@ -119,6 +120,7 @@ Entries& Entries::operator=(Entries&& other) noexcept {
   name_ = std::move(other.name_);
   format_ = std::move(other.format_);
   read_ = other.read_;
+  index_key_ = std::move(other.index_key_);
   turn_ = std::move(other.turn_);
   spool_.swap(other.spool_);
   database_ = std::move(other.database_);
@@ -156,6 +158,11 @@ void Entries::open_(std::string const& path, OpenOptions const& options) {
         options.short_identifiers ? FileFormat::normalised_identifiers
                                   : FileFormat::verbatim_identifiers));
   }
+  // A saved index is used by inputs opened the way it was made: same format, same mode,
+  // same identifiers; "1" is the version of the indexing rules.
+  index_key_ = "1 " + format_ + (options.read.standard() ? " standard" : " classic") +
+               (options.short_identifiers ? " short" : "");
+  if (spool_.empty()) parameters.saved_index = index_key_;
   try {
     database_ = format->make_database(parameters);
   } catch (std::exception const& e) {
@@ -240,6 +247,19 @@ std::string Entries::text(int i) const {
   bytes << in.rdbuf();
   if (!in && !in.eof()) throw io_error(name_ + ": cannot read");
   return std::move(bytes).str();
+}
+
+std::string Entries::save_index() const {
+  auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(database_);
+  if (!spool_.empty() || whole_file_ || !index)
+    throw io_error(name_ + ": only the index of a file of several entries is saved");
+  try {
+    std::scoped_lock const lock(*turn_);
+    index->save_index(index_key_);
+  } catch (std::exception const& e) {
+    throw io_error(one_line(e.what()));
+  }
+  return saved_index_name(name_);
 }
 
 int Entries::find(std::string const& identifier) const {

@@ -122,6 +122,14 @@ check "-j skips each bad entry" test "$(grep -c 'skipped .*entry' "$work/j2.err"
 check "-j 2 summarises as -j 1" cmp -s "$work/j1.json" "$work/j2.json"
 check "a negative -j is refused" test "$(status_of "$kora" info -j -1 "$work/bad8.sdf")" -eq 2
 
+# a saved index: used while the file is unchanged, and only for files it can serve
+cp "$examples/drugs.sdf" "$work/indexed.sdf"
+"$kora" info "$work/indexed.sdf" --json >"$work/unindexed.json"
+check "index names the saved file" test "$("$kora" index "$work/indexed.sdf")" = "$(printf '%s\t5 entries' "$work/indexed.sdf.kora-index")"
+check "info with a saved index" cmp -s "$work/unindexed.json" <("$kora" info "$work/indexed.sdf" --json)
+check "index of standard input is refused" test "$(status_of "$kora" index - <"$examples/drugs.sdf")" -eq 1
+rm "$work/indexed.sdf.kora-index"
+
 # a closed pipe ends the program quietly, as it ends any writer into a pipe
 for i in $(seq 300); do cat "$examples/drugs.sdf"; done >"$work/big.sdf"
 "$kora" convert "$work/big.sdf" - --to sdf 2>"$work/pipe.err" | head -c 10 >/dev/null

@@ -354,3 +354,73 @@ TEST(MoleculeFile, ReadingAMissingFileNamesIt) {
 }
 
 }  // namespace
+
+// A saved index is used only for the bytes and the key it was made for; any other saved
+// file, damaged or foreign, is passed over and the file indexed afresh. The reader's prefix
+// tells which happened: the saved index was made without one.
+TEST_F(FlatFileDatabaseTest, SavedIndexesAreUsedOnlyWhenTheyFit) {
+  std::string text;
+  for (int k = 0; k < 300; ++k)
+    text += "BEGIN e" + std::to_string(k) + "\nC " + std::to_string(k) + " 0 0\n";
+  std::string const path = write(text);
+  std::string const saved = saved_index_name(path);
+  paths_.push_back(saved);
+  SavedIndexKey const key{"toy 1"};
+  ToyDatabase(key, path).save_index(key.key);
+  auto const first_name = [&](SavedIndexKey const& k) {
+    return ToyDatabase(k, path, "fresh-").identifier(0).str();
+  };
+  ToyDatabase const loaded(key, path, "fresh-");
+  ASSERT_EQ(loaded.size(), 300);
+  EXPECT_EQ(loaded.identifier(299).str(), "e299");  // from the saved index
+  EXPECT_EQ(loaded.position(150), ToyDatabase(path).position(150));
+  EXPECT_EQ(loaded.entry(150)->crystal_maker()->molecule(0)->natoms(), 1);
+  EXPECT_EQ(loaded.text(299), "BEGIN e299\nC 299 0 0\n");
+  EXPECT_EQ(loaded.index(DatabaseEntryIdentifier("e42")), 42);
+  EXPECT_EQ(first_name(SavedIndexKey{"toy 2"}), "fresh-e0");  // made for another key
+  EXPECT_EQ(first_name(SavedIndexKey{}), "fresh-e0");         // saved indexes not asked for
+
+  std::string bytes;
+  {
+    std::ifstream in(saved, std::ios::binary);
+    bytes.assign(std::istreambuf_iterator<char>(in), {});
+  }
+  // The magic and the key padded to 8 bytes, then size, time, checksum and count.
+  std::size_t const header = (8 + 4 + key.key.size() + 7) / 8 * 8 + 32;
+  std::size_t const names = header + 300 * 16;
+  auto const with = [&](std::size_t at, std::string const& replacement, std::size_t length) {
+    std::string changed = bytes;
+    changed.replace(at, length, replacement);
+    return changed;
+  };
+  struct Damage {
+    char const* what;
+    std::string bytes;
+  };
+  Damage const damages[] = {
+      {"cut short", bytes.substr(0, bytes.size() - 1)},
+      {"cut in the starts", bytes.substr(0, header + 100)},
+      {"a count far too large",
+       with(header - 8, std::string("\xff\xff\xff\xff\xff\xff\xff\x0f", 8), 8)},
+      {"a line break in a name", with(names + 1, "\n", 1)},
+      {"a start past the end", with(header + 8, std::string("\xff\xff\xff\x7f", 4), 4)},
+      {"a negative start", with(header + 15, "\x80", 1)},
+      {"names ending out of order", with(header + 300 * 8, std::string(8, '\xff'), 8)},
+      {"another checksum", with(header - 16, "\x01", 1)},
+      {"not an index", "BEGIN e0\n"},
+      {"empty", ""},
+  };
+  for (Damage const& d : damages) {
+    SCOPED_TRACE(d.what);
+    std::ofstream(saved, std::ios::binary | std::ios::trunc) << d.bytes;
+    EXPECT_EQ(first_name(key), "fresh-e0");
+  }
+
+  // The file touched, or appended to: its saved index no longer fits.
+  std::ofstream(saved, std::ios::binary | std::ios::trunc) << bytes;
+  EXPECT_EQ(first_name(key), "e0");
+  std::ofstream(path, std::ios::binary | std::ios::app) << "BEGIN last\nC 0 0 0\n";
+  ToyDatabase const appended(key, path, "fresh-");
+  EXPECT_EQ(appended.size(), 301);
+  EXPECT_EQ(appended.identifier(0).str(), "fresh-e0");
+}

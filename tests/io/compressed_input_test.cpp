@@ -199,10 +199,13 @@ TEST(CompressedInput, RandomAccessInflatesAtMostOneCheckpointInterval) {
     }
     ASSERT_EQ(indexed.finish_indexing(), static_cast<std::int64_t>(text.size()));
     ASSERT_EQ(positions.size(), std::size_t(records));
+    std::vector<std::int64_t> starts;
+    for (std::streampos const p : positions)
+      starts.push_back(static_cast<std::int64_t>(std::streamoff(p)));
     std::vector<std::int64_t> const ends =
-        detail::entry_ends(positions, static_cast<std::int64_t>(text.size()));
+        detail::entry_ends(starts, static_cast<std::int64_t>(text.size()));
     auto const middle = std::size_t(records / 2);
-    auto const begin = static_cast<std::int64_t>(std::streamoff(positions[middle]));
+    auto const begin = starts[middle];
     std::string entry;
     ASSERT_EQ(indexed.read(begin, ends[middle], entry), detail::IndexedFile::complete);
     EXPECT_EQ(entry, text.substr(static_cast<std::size_t>(begin),

@@ -183,6 +183,14 @@ int run_info(Input const& input, Choice const& choice, bool json) {
   return 0;
 }
 
+// Saves the index beside the file, for later commands to open it without a pass over it.
+int run_index(Input const& input) {
+  Entries const entries = input.open();
+  std::string const saved = entries.save_index();
+  std::cout << saved << '\t' << entries.size() << " entries\n";
+  return 0;
+}
+
 // The raw text of entries named by identifier, or by index when no entry has that name.
 int run_get(Input const& input, std::vector<std::string> const& names) {
   Entries const entries = input.open();
@@ -340,6 +348,12 @@ int main(int argc, char** argv) {
                    "pass")
       ->check(CLI::NonNegativeNumber);
 
+  auto* index = app.add_subcommand(
+      "index",
+      "Save the index of a file beside it (FILE.kora-index): later commands that open the "
+      "file with the same options read it instead of indexing, while the file is unchanged");
+  add_input(index, "Input file (the index saved is the one these options read it with)");
+
   auto* info = app.add_subcommand("info", "Summarise every entry (or one)");
   add_input(info, "Input file, or - for standard input");
   add_choice(info);
@@ -379,6 +393,7 @@ int main(int argc, char** argv) {
     if (app.got_subcommand("formats")) return run_formats();
     if (app.got_subcommand(identify)) return run_identify(identify_files);
     if (app.got_subcommand(list)) return run_list(input);
+    if (app.got_subcommand(index)) return run_index(input);
     if (app.got_subcommand(info)) return run_info(input, choice, json);
     if (app.got_subcommand(get)) return run_get(input, names);
     if (app.got_subcommand(convert)) return run_convert(input, choice, convert_options);

@@ -25,6 +25,9 @@ class FileFormat {
     /// the mode (SD blocks without "$$$$", PDB frames separated by END), how it is indexed
     /// (classic unless set).
     ReadOptions read_options{};
+    /// A database made here uses the index saved beside the file for this key, when there is
+    /// one made for the bytes the file holds (SavedIndexKey); empty: the file is indexed.
+    std::string saved_index{};
   };
 
   /// How SD file indexes name their records: normalised_identifiers makes the short

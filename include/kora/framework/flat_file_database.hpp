@@ -11,8 +11,11 @@
 #include <fstream>
 #include <ios>
 #include <memory>
+#include <optional>
+#include <span>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -57,6 +60,21 @@ class FlatFileDatabaseIndex {
   /// How later entries are read (classic unless set).
   virtual void set_read_options(ReadOptions const& options) = 0;
   virtual ReadOptions const& read_options() const = 0;
+  /// Writes the index beside the file (saved_index_name), for databases opened over the same
+  /// bytes with the same key (SavedIndexKey) to use instead of indexing. A compressed file's
+  /// index is not saved (its decompression checkpoints are made by reading it); failures throw
+  /// database_error.
+  virtual void save_index(std::string const& key) const = 0;
+};
+
+/// The file an index is saved in: the file's name followed by ".kora-index".
+std::string saved_index_name(std::string const& file_name);
+
+/// What a saved index must have been made for to be used: the format and the options that
+/// decide how the file is indexed, in a string of the caller's making. Empty: indexes are
+/// never read from a saved file.
+struct SavedIndexKey {
+  std::string key;
 };
 
 /// What a file was when it was examined: its kind, size, last modification time and identity
@@ -123,12 +141,17 @@ class IndexedFile {
   // throws std::runtime_error naming the file.
   std::int64_t finish_indexing();
   bool compressed() const { return index_ != nullptr; }
+  std::string const& file_name() const { return file_name_; }
   // Bytes of text inflated by read() so far: what random access into a gzip file cost.
   std::int64_t inflated() const;
 
   // The state taken before indexing; its size is where the indexed (for a gzip file, the
   // compressed) bytes end.
   FileState const& state() const { return state_; }
+  // The checksum of the first and last blocks taken then; empty when it could not be taken.
+  std::optional<std::uint64_t> checksum() const {
+    return summed_ ? std::optional<std::uint64_t>(checksum_) : std::nullopt;
+  }
 
   // Bytes [begin, end) of the indexed bytes into `text`. missing: the file is gone or cannot
   // be opened or read; changed: it no longer holds the bytes it was indexed with.
@@ -155,11 +178,70 @@ class IndexedFile {
   mutable bool inflating_ = false;              // whether inflater_ is in a usable state
 };
 
+// The identifiers and starts of a file's entries, compactly: the identifiers one after
+// another in one block, so that an index of millions of entries is a few blocks of memory.
+// The blocks are the index's own (as a reader makes it), or views into a saved index mapped
+// into memory, kept mapped while any copy of the index lives.
+class EntryIndex {
+ public:
+  EntryIndex() = default;
+  // Views of a saved index, kept valid by `keeper`.
+  EntryIndex(std::shared_ptr<void const> keeper, std::span<std::int64_t const> starts,
+             std::span<std::uint64_t const> name_ends, std::string_view names)
+      : starts_(starts), name_ends_(name_ends), names_(names), keeper_(std::move(keeper)) {}
+  // Moving keeps the blocks where they are, so the views stay valid; a copy would not.
+  EntryIndex(EntryIndex&&) noexcept = default;
+  EntryIndex& operator=(EntryIndex&&) noexcept = default;
+  EntryIndex(EntryIndex const&) = delete;
+  EntryIndex& operator=(EntryIndex const&) = delete;
+
+  void reserve(std::size_t entries) {
+    kept_starts_.reserve(entries);
+    kept_name_ends_.reserve(entries);
+  }
+  // Appends an entry to an index of its own making.
+  void add(std::string_view name, std::int64_t start) {
+    kept_starts_.push_back(start);
+    kept_names_.insert(kept_names_.end(), name.begin(), name.end());
+    kept_name_ends_.push_back(kept_names_.size());
+    starts_ = kept_starts_;
+    name_ends_ = kept_name_ends_;
+    names_ = std::string_view(kept_names_.data(), kept_names_.size());
+  }
+
+  std::size_t size() const { return starts_.size(); }
+  std::int64_t start(std::size_t k) const { return starts_[k]; }
+  std::string_view name(std::size_t k) const {
+    std::size_t const begin = k == 0 ? 0 : name_ends_[k - 1];
+    return names_.substr(begin, name_ends_[k] - begin);
+  }
+  std::span<std::int64_t const> starts() const { return starts_; }
+  // Identifier k ends at name_ends()[k] in names() and begins where k - 1 ends.
+  std::span<std::uint64_t const> name_ends() const { return name_ends_; }
+  std::string_view names() const { return names_; }
+
+ private:
+  std::span<std::int64_t const> starts_;
+  std::span<std::uint64_t const> name_ends_;
+  std::string_view names_;
+  std::vector<std::int64_t> kept_starts_;  // an index of its own making
+  std::vector<std::uint64_t> kept_name_ends_;
+  std::vector<char> kept_names_;
+  std::shared_ptr<void const> keeper_;  // a mapped saved index
+};
+
+// The index saved beside a file for `key`, if it was made for the bytes the file now holds (the
+// size, time and checksum `file` took); nothing when there is none, it is unreadable, made
+// for another key or other bytes, or malformed: a saved index is never trusted blindly.
+std::optional<EntryIndex> load_saved_index(IndexedFile const& file, std::string const& key);
+// Saves an index beside its file, through a temporary file renamed into place; throws
+// database_error.
+void save_index(IndexedFile const& file, std::string const& key, EntryIndex const& index);
+
 // Where each entry's bytes end: at the nearest start of another entry after its own start,
 // else at `size`, the end of the indexed bytes; so that two entries indexed at one position
 // both read to the real end of the entry rather than one of them reading nothing.
-std::vector<std::int64_t> entry_ends(std::vector<std::streampos> const& positions,
-                                     std::int64_t size);
+std::vector<std::int64_t> entry_ends(std::span<std::int64_t const> starts, std::int64_t size);
 
 }  // namespace detail
 
@@ -178,41 +260,22 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   template <class... ReaderArguments>
   explicit FlatFileDatabase(std::string const& file_name, ReaderArguments&&... reader_arguments)
       : file_name_(file_name), indexed_(file_name), file_(make_handle<File>()) {
-    if (indexed_.state().kind == FileState::other) {
-      throw database_error("FlatFileDatabase: " + file_name + " is not a regular file");
-    }
-    auto const reader =
-        make_handle<Reader>(file_name, std::forward<ReaderArguments>(reader_arguments)...);
-    {
-      detail::IndexedFile::Indexing const indexing(indexed_);
-      reader->parse(identifiers_, positions_);
-    }
-    auto const size = indexed_.finish_indexing();
-    if (identifiers_.size() != positions_.size()) {
-      throw database_error("FlatFileDatabase: the index of " + file_name +
-                           " has different numbers of identifiers and positions");
-    }
-    std::size_t kept = 0;
-    for (std::size_t k = 0; k < positions_.size(); ++k) {
-      std::streamoff const at = positions_[k];
-      if (at < 0) {
-        throw database_error("FlatFileDatabase: the index of " + file_name +
-                             " has a position before the start of the file");
-      }
-      if (at > size) continue;
-      if (kept != k) {
-        positions_[kept] = positions_[k];
-        identifiers_[kept] = std::move(identifiers_[k]);
-      }
-      ++kept;
-    }
-    positions_.resize(kept);
-    identifiers_.resize(kept);
-    ends_ = detail::entry_ends(positions_, size);
+    open_(SavedIndexKey{}, std::forward<ReaderArguments>(reader_arguments)...);
+  }
+
+  /// As above, but an index saved beside the file for this key (save_index) is used instead
+  /// of indexing, when it was made for the bytes the file holds now.
+  template <class... ReaderArguments>
+  FlatFileDatabase(SavedIndexKey const& saved, std::string const& file_name,
+                   ReaderArguments&&... reader_arguments)
+      : file_name_(file_name), indexed_(file_name), file_(make_handle<File>()) {
+    open_(saved, std::forward<ReaderArguments>(reader_arguments)...);
   }
 
   std::string const& file_name() const override { return file_name_; }
-  std::streampos position(int i) const override { return positions_.at(checked_(i)); }
+  std::streampos position(int i) const override {
+    return std::streampos(std::streamoff(index_.start(checked_(i))));
+  }
   std::string text(int i) const override {
     std::string bytes;
     read_bytes_(i, bytes);
@@ -220,12 +283,17 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   }
   void set_read_options(ReadOptions const& options) override { file_->set_read_options(options); }
   ReadOptions const& read_options() const override { return file_->read_options(); }
+  void save_index(std::string const& key) const override {
+    detail::save_index(indexed_, key, index_);
+  }
 
-  int size() const override { return static_cast<int>(identifiers_.size()); }
-  DatabaseEntryIdentifier identifier(int i) const override { return identifiers_.at(checked_(i)); }
+  int size() const override { return static_cast<int>(index_.size()); }
+  DatabaseEntryIdentifier identifier(int i) const override {
+    return DatabaseEntryIdentifier(std::string(index_.name(checked_(i))));
+  }
   int index(DatabaseEntryIdentifier const& id) const override {
-    for (std::size_t i = 0; i < identifiers_.size(); ++i) {
-      if (identifiers_[i] == id) return static_cast<int>(i);
+    for (std::size_t i = 0; i < index_.size(); ++i) {
+      if (index_.name(i) == id.str()) return static_cast<int>(i);
     }
     return size();
   }
@@ -250,7 +318,7 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
       text_ = std::move(input_).str();  // keeps the buffer for the next entry
       THandle<MoleculeFile> const file = file_;
       THandle<Entry> const result = file->database_entry();
-      result->set_identifier(identifiers_[k]);
+      result->set_identifier(DatabaseEntryIdentifier(std::string(index_.name(k))));
       return result;
     } catch (std::exception const& e) {
       throw database_error("FlatFileDatabase::entry: couldn't retrieve entry " + std::to_string(i) +
@@ -265,8 +333,17 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
   // The bytes of entry i into `bytes`; its place in the index.
   std::size_t read_bytes_(int i, std::string& bytes) const {
     std::size_t const k = checked_(i);
-    auto const begin = static_cast<std::int64_t>(std::streamoff(positions_[k]));
-    switch (indexed_.read(begin, ends_[k], bytes)) {
+    std::int64_t end = 0;
+    if (ends_.empty()) {
+      // The next start after this one's, else the end of the indexed bytes.
+      std::size_t next = k + 1;
+      while (next < index_.size() && index_.start(next) == index_.start(k))
+        ++next;
+      end = next < index_.size() ? index_.start(next) : std::max(size_, index_.start(k));
+    } else {
+      end = ends_[k];
+    }
+    switch (indexed_.read(index_.start(k), end, bytes)) {
       case detail::IndexedFile::missing:
         throw database_error("FlatFileDatabase::entry(): couldn't open file");
       case detail::IndexedFile::changed:
@@ -277,6 +354,56 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
         break;
     }
     return k;
+  }
+
+  // The index: loaded when a saved one fits, else made by the reader.
+  template <class... ReaderArguments>
+  void open_(SavedIndexKey const& saved, ReaderArguments&&... reader_arguments) {
+    if (indexed_.state().kind == FileState::other) {
+      throw database_error("FlatFileDatabase: " + file_name_ + " is not a regular file");
+    }
+    std::int64_t size = 0;
+    std::optional<detail::EntryIndex> loaded;
+    if (!saved.key.empty()) loaded = detail::load_saved_index(indexed_, saved.key);
+    if (loaded) {
+      index_ = std::move(*loaded);
+      size = static_cast<std::int64_t>(indexed_.state().size);
+    } else {
+      size = index_file_(std::forward<ReaderArguments>(reader_arguments)...);
+    }
+    size_ = size;
+    // Entries in file order (as indexes almost always give them) find their ends as they are
+    // read; others have them worked out now.
+    if (!std::is_sorted(index_.starts().begin(), index_.starts().end()))
+      ends_ = detail::entry_ends(index_.starts(), size);
+  }
+
+  // The file indexed by Reader(file_name_, reader_arguments...); where its indexed bytes end.
+  template <class... ReaderArguments>
+  std::int64_t index_file_(ReaderArguments&&... reader_arguments) {
+    std::vector<DatabaseEntryIdentifier> identifiers;
+    std::vector<std::streampos> positions;
+    auto const reader =
+        make_handle<Reader>(file_name_, std::forward<ReaderArguments>(reader_arguments)...);
+    {
+      detail::IndexedFile::Indexing const indexing(indexed_);
+      reader->parse(identifiers, positions);
+    }
+    auto const size = indexed_.finish_indexing();
+    if (identifiers.size() != positions.size()) {
+      throw database_error("FlatFileDatabase: the index of " + file_name_ +
+                           " has different numbers of identifiers and positions");
+    }
+    index_.reserve(positions.size());
+    for (std::size_t k = 0; k < positions.size(); ++k) {
+      std::streamoff const at = positions[k];
+      if (at < 0) {
+        throw database_error("FlatFileDatabase: the index of " + file_name_ +
+                             " has a position before the start of the file");
+      }
+      if (at <= size) index_.add(identifiers[k].str(), static_cast<std::int64_t>(at));
+    }
+    return size;
   }
 
   // An index outside the list is refused before anything is read.
@@ -290,21 +417,23 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
 
   std::string file_name_;
   detail::IndexedFile indexed_;  // examined before indexing, so a change during it is noticed
-  std::vector<DatabaseEntryIdentifier> identifiers_;
-  std::vector<std::streampos> positions_;
-  std::vector<std::int64_t> ends_;  // where each entry's bytes end
+  detail::EntryIndex index_;
+  std::int64_t size_ = 0;           // where the indexed bytes end
+  std::vector<std::int64_t> ends_;  // where each entry's bytes end; empty when in file order
   THandle<File> file_;
   mutable std::string text_;          // the bytes of the entry being read
   mutable std::istringstream input_;  // reads them
 };
 
 /// The database a format's make_database gives: the file the parameters name, indexed with
-/// Reader(file_name, reader_arguments...), reading its entries with the parameters' options.
+/// Reader(file_name, reader_arguments...) or by the index saved for the parameters'
+/// saved_index key, reading its entries with the parameters' options.
 template <class Reader, class File, class... ReaderArguments>
 THandle<Database<CrystalStructureDatabaseEntry>> make_flat_file_database(
     FileFormat::OpenParameters const& parameters, ReaderArguments&&... reader_arguments) {
   auto const database = make_handle<FlatFileDatabase<CrystalStructureDatabaseEntry, Reader, File>>(
-      parameters.file_name, std::forward<ReaderArguments>(reader_arguments)...);
+      SavedIndexKey{parameters.saved_index}, parameters.file_name,
+      std::forward<ReaderArguments>(reader_arguments)...);
   database->set_read_options(parameters.read_options);
   return THandle<Database<CrystalStructureDatabaseEntry>>(database);
 }
