@@ -168,7 +168,8 @@ Entries open(std::string const& path, OpenOptions const& options = {});
 /// One entry as ReadAhead hands it on.
 struct EntryRead {
   int index = -1;                                ///< the entry's index in its input
-  THandle<CrystalStructureDatabaseEntry> entry;  ///< null when it could not be read
+  /// Null when it could not be read, or when the options let go of entries.
+  THandle<CrystalStructureDatabaseEntry> entry;
   std::string output;                            ///< what the work made of the entry
   /// Why the entry could not be read (database_error, worded as Entries::entry words it), or
   /// what the work threw; null when all went well.
@@ -183,6 +184,10 @@ struct ReadAheadOptions {
   /// batches of up to 64 entries or 256 KiB of text, and the window holds at least one batch
   /// per thread. Memory is bounded by it, never by the size of the input.
   int window = 0;
+  /// Whether entries are handed on (EntryRead::entry), or let go of on the thread that read
+  /// them once the work is done: when only the work's output is wanted, this spares the
+  /// caller's thread the freeing of every entry.
+  bool keep_entries = true;
 };
 
 /// The entries of an input read (and, if asked, worked on) by several threads and handed on

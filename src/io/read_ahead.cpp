@@ -21,7 +21,10 @@ class ReadAhead::State {
  public:
   State(Entries const& entries, std::vector<int> indices, ReadAheadOptions const& options,
         Work work)
-      : entries_(entries), indices_(std::move(indices)), work_(std::move(work)) {
+      : entries_(entries),
+        indices_(std::move(indices)),
+        work_(std::move(work)),
+        keep_entries_(options.keep_entries) {
     int threads = options.threads > 0 ? options.threads : hardware_threads();
     cut_batches_();
     // More threads than batches would only wait.
@@ -109,6 +112,7 @@ class ReadAhead::State {
         read.entry = entries_.entry_from_text_(i, std::move(text), file);
       }
       if (work_) read.output = work_(i, *read.entry);
+      if (!keep_entries_) read.entry = {};
     } catch (...) {
       read.error = std::current_exception();
     }
@@ -199,6 +203,7 @@ class ReadAhead::State {
   Entries const& entries_;
   std::vector<int> indices_;
   Work work_;
+  bool keep_entries_;
   std::vector<std::size_t> starts_;  // batch b holds requests starts_[b] to starts_[b + 1] - 1
   std::size_t average_batch_ = 1;
   int threads_ = 1;

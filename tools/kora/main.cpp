@@ -79,9 +79,11 @@ struct Input {
   bool quiet = false;
   int jobs = 0;  // 0: the machine's cores
 
+  // Entries read on `jobs` threads, made into text there and let go of there.
   ReadAheadOptions reading() const {
     ReadAheadOptions options;
     options.threads = jobs;
+    options.keep_entries = false;
     return options;
   }
 
