@@ -159,6 +159,10 @@ echo "2. SD read" >&2
 time_commands "k_sd=$kread read $sd" "rdkit_san_sd=$rdkit sd-read $sd" \
   "rdkit_raw_sd=$rdkit sd-read $sd --no-sanitize" "obabel_sd=$obabel read sdf $sd"
 row "2. SD read to molecules" k_sd rdkit_san_sd rdkit_raw_sd obabel_sd
+# The tool reads (and summarises) on -j threads; the ratio of -j 1 to -j 2 is the scaling.
+time_commands "k_sd_j1=$kora info -q -j 1 $sd" "k_sd_j2=$kora info -q -j 2 $sd"
+row "2. ... kora info -j 1" k_sd_j1 rdkit_san_sd rdkit_raw_sd obabel_sd
+row "2. ... kora info -j 2" k_sd_j2 rdkit_san_sd rdkit_raw_sd obabel_sd
 
 echo "3. SD fetch" >&2
 time_commands "k_fetch=$kora info --entry $middle --json $sd" \
@@ -205,10 +209,12 @@ time_commands "k_res=$kread read ${res_list[*]}" "obabel_res=$obabel read res ${
 row "6. RES read (${#res_ok[@]} files x 20)" k_res obabel_res
 
 echo "7. conversions" >&2
-time_commands "k_sd2mol2=$kora convert $sd $out/kora.mol2" \
+time_commands "k_sd2mol2=$kora convert -j 1 $sd $out/kora.mol2" \
+  "k_sd2mol2_j2=$kora convert -j 2 $sd $out/kora2.mol2" \
   "obabel_sd2mol2=$obabel convert $sd $out/obabel.mol2"
-row "7. convert SD to Mol2" k_sd2mol2 obabel_sd2mol2
-time_commands "k_sd2sd=$kora convert $sd $out/kora.sdf" \
+row "7. convert SD to Mol2 (-j 1)" k_sd2mol2 obabel_sd2mol2
+row "7. convert SD to Mol2 (-j 2)" k_sd2mol2_j2 obabel_sd2mol2
+time_commands "k_sd2sd=$kora convert -j 1 $sd $out/kora.sdf" \
   "rdkit_raw_sd2sd=$rdkit sd-to-sd $sd $out/rdkit.sdf" "obabel_sd2sd=$obabel convert $sd $out/obabel.sdf"
 row "7. convert SD to SD" k_sd2sd rdkit_raw_sd2sd obabel_sd2sd
 
@@ -229,7 +235,15 @@ rate() { awk -v b="$bytes" -v t="$1" 'BEGIN { printf "%.2f GB/s", b / (t > 0 ? t
 echo "floor of the machine for $(basename "$sd"): cat > /dev/null ${wall[floor_cat]} s ($(rate "${wall[floor_cat]}")), split into lines (kora_read lines) ${wall[floor_lines]} s ($(rate "${wall[floor_lines]}")), wc -l ${wall[floor_wc]} s"
 echo "SD index: kora list ${wall[k_index]} s ($(rate "${wall[k_index]}"), $(awk -v a="${wall[k_index]}" -v b="${wall[floor_lines]}" 'BEGIN { printf "%.1f", a / b }')x the line-splitting floor)"
 echo "random access after the index is built (kora_read fetch): by index: $fetch_index; by identifier: $fetch_id"
+echo "threads: kora info -j 2 ${wall[k_sd_j2]} s against -j 1 ${wall[k_sd_j1]} s; kora convert to Mol2 -j 2 ${wall[k_sd2mol2_j2]} s against -j 1 ${wall[k_sd2mol2]} s"
 if [[ $huge == yes ]]; then
+  huge_middle=$(($(grep -c '^\$\$\$\$' "$work/huge.sdf") / 2))
+  rm -f "$work/huge.sdf.kora-index"
+  time_commands "k_huge_fetch=$kora info --entry $huge_middle --json $work/huge.sdf"
+  "$kora" index "$work/huge.sdf" >/dev/null
+  time_commands "k_huge_saved=$kora info --entry $huge_middle --json $work/huge.sdf"
+  rm -f "$work/huge.sdf.kora-index"
+  echo "huge.sdf, record $huge_middle: ${wall[k_huge_fetch]} s indexing the file, ${wall[k_huge_saved]} s with the index saved by kora index"
   echo "kora convert peak memory, SD to Mol2:"
   for f in "$sd" "$work/huge.sdf"; do
     /usr/bin/time -f '%e %M' "$kora" convert "$f" "$out/memory.mol2" 2>"$out/time.txt" >/dev/null
