@@ -40,7 +40,7 @@ test-tsan: deps
 	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKORA_TSAN=ON \
 	  -DKORA_BUILD_TOOLS=OFF -DKORA_WERROR=$(WERROR) $(CMAKE_FLAGS)
 	cmake --build $(TSAN_DIR) -j$(JOBS) --target kora_tests
-	cd $(TSAN_DIR) && ctest --output-on-failure --no-tests=error -j$(JOBS) -R ConcurrentRead
+	cd $(TSAN_DIR) && ctest --output-on-failure --no-tests=error -j$(JOBS) -R "ConcurrentRead|ReadAhead"
 
 # The Python package, in $(PYTHON_DIR)/python/kora (put $(PYTHON_DIR)/python on PYTHONPATH),
 # built as pip builds it: the library static inside the extension.
