@@ -776,7 +776,12 @@ bool CrystalBuilder::prepare() {
 
   for (CrystalSymmetryOperator const& op : cell_.spacegroup().operators()) {
     Matrix<int, 3, 3> inverse;
-    if (!invert(op.rotation(), inverse) || !finite(Point(op.translation()))) return false;
+    // Translations far beyond the cell (a damaged file's) are as unusable as positions there.
+    Point const t(op.translation());
+    if (!invert(op.rotation(), inverse) || !finite(t) ||
+        !(std::fabs(t[0]) <= max_fractional && std::fabs(t[1]) <= max_fractional &&
+          std::fabs(t[2]) <= max_fractional))
+      return false;
     // An operator listed twice, or again a whole cell away, finds the same images.
     if (std::any_of(operators_.begin(), operators_.end(), [&](Affine const& known) {
           return known.r == op.rotation() && same_in_cell(known.t, op.translation());

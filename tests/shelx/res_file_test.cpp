@@ -238,6 +238,9 @@ TEST(ResFile, CrowdedImagesAreNotGrown) {
   // Eighty atoms in a cell of 160 cubic angstroms: finding that the images are too many once
   // took 0.4 s and 110 MB, as every image was kept before repeats were dropped.
   EXPECT_EQ(atoms_of("res_many_atoms_small_cell.res"), 80);
+  // A symmetry operator translating by 1e61 cells: counting such translations in whole cells
+  // once overflowed; the crystal is not grown.
+  EXPECT_EQ(atoms_of("res_far_translation.res"), 2);
 }
 
 TEST(ResFile, WriteThenReadGivesTheSameStructure) {
