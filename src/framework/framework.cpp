@@ -58,6 +58,16 @@ bool read_at(int descriptor, std::int64_t begin, std::size_t size, std::string& 
   return true;
 }
 
+FileState state_of(struct stat const& s) noexcept {
+  FileState state;
+  state.kind = S_ISREG(s.st_mode) ? FileState::regular : FileState::other;
+  state.size = static_cast<std::uintmax_t>(s.st_size);
+  state.modified = static_cast<std::int64_t>(s.st_mtim.tv_sec) * 1'000'000'000 + s.st_mtim.tv_nsec;
+  state.device = static_cast<std::uintmax_t>(s.st_dev);
+  state.inode = static_cast<std::uintmax_t>(s.st_ino);
+  return state;
+}
+
 // FNV-1a over the first and the last block of the first `size` bytes of a file (the whole
 // of them when they are shorter than two blocks); false when they cannot be read.
 bool checksum_of_ends(int descriptor, std::int64_t size, std::uint64_t& sum) {
@@ -155,6 +165,18 @@ bool detail::IndexedFile::open_() const {
   return descriptor_ >= 0;
 }
 
+FileState detail::IndexedFile::current_state_() const {
+  // Once the file is open, its descriptor is asked: no path to look up on every read. A
+  // file that still has a name is the one the name leads to, or one that was moved, whose
+  // bytes are still those indexed; once it has none (deleted, or replaced by another file
+  // under its name) the name is asked, which tells a missing file from another one.
+  if (descriptor_ >= 0) {
+    struct stat s {};
+    if (::fstat(descriptor_, &s) == 0 && s.st_nlink > 0) return state_of(s);
+  }
+  return FileState::of(file_name_);
+}
+
 bool detail::IndexedFile::holds_indexed_bytes_(FileState const& now) const {
   if (now == accepted_) return true;
   if (now.kind != FileState::regular || now.device != state_.device || now.inode != state_.inode ||
@@ -172,7 +194,8 @@ bool detail::IndexedFile::holds_indexed_bytes_(FileState const& now) const {
 
 detail::IndexedFile::Result detail::IndexedFile::read(std::int64_t begin, std::int64_t end,
                                                       std::string& text) const {
-  FileState const now = FileState::of(file_name_);
+  FileState const now = current_state_();
+  if (now != accepted_) ahead_.clear();
   if (now.kind == FileState::missing || !open_()) return missing;
   if (!holds_indexed_bytes_(now)) return changed;
   if (end <= begin) {
@@ -180,9 +203,34 @@ detail::IndexedFile::Result detail::IndexedFile::read(std::int64_t begin, std::i
     return complete;
   }
   if (index_) return read_text_(begin, end, text);
-  if (read_at(descriptor_, begin, static_cast<std::size_t>(end - begin), text)) return complete;
+  if (read_plain_(begin, end, text)) return complete;
   // Shorter than indexed (truncated since it was examined) or unreadable.
   return FileState::of(file_name_).kind == FileState::missing ? missing : changed;
+}
+
+bool detail::IndexedFile::read_plain_(std::int64_t begin, std::int64_t end,
+                                      std::string& text) const {
+  // Blocks of 256 KiB, for entries well under that size and read in order.
+  constexpr std::int64_t block = std::int64_t(1) << 18;
+  bool const in_order = begin == last_end_;
+  last_end_ = end;
+  auto const held = static_cast<std::int64_t>(ahead_.size());
+  if (begin < ahead_begin_ || end > ahead_begin_ + held) {
+    ahead_.clear();
+    auto const indexed = static_cast<std::int64_t>(state_.size);
+    if (!in_order || end - begin > block / 4 || end > indexed) {
+      return read_at(descriptor_, begin, static_cast<std::size_t>(end - begin), text);
+    }
+    if (!read_at(descriptor_, begin,
+                 static_cast<std::size_t>(std::min(begin + block, indexed) - begin), ahead_)) {
+      ahead_.clear();
+      return read_at(descriptor_, begin, static_cast<std::size_t>(end - begin), text);
+    }
+    ahead_begin_ = begin;
+  }
+  text.assign(ahead_, static_cast<std::size_t>(begin - ahead_begin_),
+              static_cast<std::size_t>(end - begin));
+  return true;
 }
 
 std::vector<std::int64_t> detail::entry_ends(std::span<std::int64_t const> starts,
@@ -209,13 +257,7 @@ std::vector<std::int64_t> detail::entry_ends(std::span<std::int64_t const> start
 FileState FileState::of(std::string const& file_name) noexcept {
   struct stat s {};
   if (::stat(file_name.c_str(), &s) != 0) return {};
-  FileState state;
-  state.kind = S_ISREG(s.st_mode) ? regular : other;
-  state.size = static_cast<std::uintmax_t>(s.st_size);
-  state.modified = static_cast<std::int64_t>(s.st_mtim.tv_sec) * 1'000'000'000 + s.st_mtim.tv_nsec;
-  state.device = static_cast<std::uintmax_t>(s.st_dev);
-  state.inode = static_cast<std::uintmax_t>(s.st_ino);
-  return state;
+  return state_of(s);
 }
 
 bool TextIdentifiedFileFormat::identify(std::string const& file_name) const {
@@ -232,16 +274,35 @@ bool TextIdentifiedFileFormat::identify(std::string const& file_name) const {
     in.clear();
     in.seekg(0);
   }
+  // Lines are examined as blocks arrive, so that a file is usually known from its first
+  // block: the complete lines of what was read (up to the last line feed), then, once reading
+  // ends, what remains.
   std::string text;
+  std::size_t examined = 0;  // where the lines not yet examined begin
+  unsigned int number = 0;   // lines examined
+  std::string line;
+  auto const examine = [&](std::size_t end) {
+    MemoryBuffer buffer(text.data() + examined, text.data() + end);
+    std::istream lines(&buffer);
+    while (number < identify_line_limit && kora::getline(lines, line)) {
+      if (examine_line(line, ++number)) return true;
+    }
+    examined = end;
+    return false;
+  };
   bool goes_on = false;
   try {
     constexpr std::size_t block = std::size_t(1) << 16;
-    while (text.size() < wanted) {
+    while (text.size() < wanted && number < identify_line_limit) {
       std::size_t const had = text.size();
       text.resize(std::min(wanted, had + block));
       in.read(text.data() + had, static_cast<std::streamsize>(text.size() - had));
       text.resize(had + static_cast<std::size_t>(in.gcount()));
       if (!in) break;
+      if (std::size_t const last = text.rfind('\n');
+          last != std::string::npos && last >= examined) {
+        if (examine(last + 1)) return true;
+      }
     }
     goes_on =
         text.size() == identify_byte_limit && in && in.peek() != std::char_traits<char>::eof();
@@ -252,16 +313,10 @@ bool TextIdentifiedFileFormat::identify(std::string const& file_name) const {
   std::size_t size = text.size();
   if (goes_on) {
     // The file goes on: leave out the last line, which may be cut.
-    while (size > 0 && text[size - 1] != '\n' && text[size - 1] != '\r')
+    while (size > examined && text[size - 1] != '\n' && text[size - 1] != '\r')
       --size;
   }
-  MemoryBuffer buffer(text.data(), text.data() + size);
-  std::istream lines(&buffer);
-  std::string line;
-  for (unsigned int number = 1; number <= identify_line_limit && kora::getline(lines, line);
-       ++number) {
-    if (examine_line(line, number)) return true;
-  }
+  if (size > examined && examine(size)) return true;
   return false;
 }
 

@@ -42,11 +42,21 @@ THandle<Atom> FileOrderedAtom3d::clone() const {
 }
 
 int ProteinAtom::kind_of_(std::string const& residue_label) {
-  // The twenty standard amino acids in the alphabetical order of their codes.
-  static constexpr std::array<std::string_view, 20> codes{
-      "ALA", "ARG", "ASN", "ASP", "CYS", "GLN", "GLU", "GLY", "HIS", "ILE",
-      "LEU", "LYS", "MET", "PHE", "PRO", "SER", "THR", "TRP", "TYR", "VAL"};
-  std::string_view const name = std::string_view(residue_label).substr(0, 3);
+  // The twenty standard amino acids in the alphabetical order of their codes, each code's
+  // three letters packed into one number (so the order is kept).
+  constexpr auto key = [](char a, char b, char c) {
+    return (static_cast<unsigned>(static_cast<unsigned char>(a)) << 16) |
+           (static_cast<unsigned>(static_cast<unsigned char>(b)) << 8) |
+           static_cast<unsigned>(static_cast<unsigned char>(c));
+  };
+  static constexpr std::array<unsigned, 20> codes{
+      key('A', 'L', 'A'), key('A', 'R', 'G'), key('A', 'S', 'N'), key('A', 'S', 'P'),
+      key('C', 'Y', 'S'), key('G', 'L', 'N'), key('G', 'L', 'U'), key('G', 'L', 'Y'),
+      key('H', 'I', 'S'), key('I', 'L', 'E'), key('L', 'E', 'U'), key('L', 'Y', 'S'),
+      key('M', 'E', 'T'), key('P', 'H', 'E'), key('P', 'R', 'O'), key('S', 'E', 'R'),
+      key('T', 'H', 'R'), key('T', 'R', 'P'), key('T', 'Y', 'R'), key('V', 'A', 'L')};
+  if (residue_label.size() < 3) return 0;
+  unsigned const name = key(residue_label[0], residue_label[1], residue_label[2]);
   auto const it = std::lower_bound(codes.begin(), codes.end(), name);
   return (it != codes.end() && *it == name) ? static_cast<int>(it - codes.begin()) + 1 : 0;
 }

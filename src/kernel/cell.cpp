@@ -23,9 +23,15 @@ Trigonometry trigonometry(Array<UncertainValue, 3> const& angles) {
 
 }  // namespace
 
-Cell::Cell()
-    : Cell(1.0, 1.0, 1.0, Angle::from_degrees(90), Angle::from_degrees(90),
-           Angle::from_degrees(90)) {}
+// The unit cube in P1, which every structure without crystal data has: made once and copied,
+// since readers make one per entry.
+Cell::Cell() : Cell(unit_cube_()) {}
+
+Cell const& Cell::unit_cube_() {
+  static Cell const cube(1.0, 1.0, 1.0, Angle::from_degrees(90), Angle::from_degrees(90),
+                         Angle::from_degrees(90));
+  return cube;
+}
 
 Cell::Cell(double a, double b, double c, Angle const& alpha, Angle const& beta, Angle const& gamma,
            Spacegroup const& spacegroup)

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "kernel/handle_arena.hpp"
 #include "kernel/text_cursor.hpp"
 #include "kernel/text_format.hpp"
 #include "kora/kernel/string_functions.hpp"
@@ -85,18 +86,47 @@ std::string Mol2AtomLine::sybyl_to_symbol(std::string const& type) const {
   return type;
 }
 
-THandle<Atom> Mol2AtomLine::atom() const {
-  Element const element(sybyl_to_symbol(type_));
-  if (!substructure_name_.empty()) {
-    return THandle<Atom>(make_handle<FileOrderedProteinAtom>(atom_id_, element, name_,
-                                                             substructure_name_, THandle<Site>()));
+namespace {
+
+// The element of a SYBYL type without a copy of its symbol.
+Element element_of_type(std::string_view type) {
+  std::size_t const dot = type.find('.');
+  if (dot != std::string_view::npos) return Element(type.substr(0, dot));
+  if (type == "LP" || type == "Du") return Element();
+  return Element(type);
+}
+
+// Atoms and sites of many lines, made in blocks: an atom in a substructure is a protein atom.
+struct AtomMaker {
+  detail::HandleArena<FileOrderedAtom3d> atoms;
+  detail::HandleArena<FileOrderedProteinAtom> protein_atoms;
+  detail::HandleArena<Site> sites;
+
+  explicit AtomMaker(std::size_t expected)
+      : atoms(expected), protein_atoms(expected), sites(expected) {}
+
+  THandle<Atom> atom(Mol2AtomLine const& line) {
+    Element const element = element_of_type(line.type());
+    if (!line.substructure_name().empty()) {
+      return THandle<Atom>(protein_atoms.make(line.atom_id(), element, line.name(),
+                                              line.substructure_name(), THandle<Site>()));
+    }
+    return THandle<Atom>(atoms.make(line.atom_id(), element, line.name(), THandle<Site>()));
   }
-  return THandle<Atom>(make_handle<FileOrderedAtom3d>(atom_id_, element, name_, THandle<Site>()));
+  THandle<Site> site(Mol2AtomLine const& line, Cell const& cell) {
+    Point const p(line.x(), line.y(), line.z());
+    return sites.make(cell.orthogonal_to_fractional() * p, p, 1.0);
+  }
+};
+
+}  // namespace
+
+THandle<Atom> Mol2AtomLine::atom() const {
+  return AtomMaker(1).atom(*this);
 }
 
 THandle<Site> Mol2AtomLine::sites(Cell const& cell) const {
-  Point const p(x_, y_, z_);
-  return make_handle<Site>(cell.orthogonal_to_fractional() * p, p, 1.0);
+  return AtomMaker(1).site(*this, cell);
 }
 
 bool Mol2AtomLine::operator==(Mol2AtomLine const& o) const {
@@ -134,12 +164,21 @@ Mol2Atom::Mol2Atom(Molecule const& molecule) {
   }
 }
 
-Mol2Atom::Mol2Atom(std::vector<THandle<MoleculeSubset>> const& subsets) {
+Mol2Atom::Mol2Atom(std::vector<THandle<MoleculeSubset>> const& subsets)
+    : Mol2Atom(subsets, detail::types_of_subsets(subsets, [](MoleculeSubset const& subset) {
+                 return subset.sybyl_atom_types();
+               })) {}
+
+Mol2Atom::Mol2Atom(std::vector<THandle<MoleculeSubset>> const& subsets,
+                   std::vector<std::vector<std::string>> const& all_types) {
+  detail::check_type_count("Mol2Atom", "subsets", all_types.size(), subsets.size());
   int id = 1;
   for (std::size_t k = 0; k < subsets.size(); ++k) {
     MoleculeSubset const& subset = *subsets[k];
     std::string const name = "RES" + int_to_string(static_cast<int>(k) + 1);
-    std::vector<std::string> const types = subset.sybyl_atom_types();
+    std::vector<std::string> const& types = all_types[k];
+    detail::check_type_count("Mol2Atom", "atoms", types.size(),
+                             static_cast<std::size_t>(subset.natoms()));
     for (int j = 0; j < subset.natoms(); ++j) {
       lines_.push_back(line_of(*subset.atom(j), id++, types[static_cast<std::size_t>(j)],
                                static_cast<int>(k) + 1, name));
@@ -167,12 +206,13 @@ THandle<std::vector<THandle<Atom>>> Mol2Atom::atoms(Cell const& cell) const {
 THandle<std::vector<THandle<Atom>>> Mol2Atom::atoms(Cell const& cell, int substructure) const {
   auto atoms = make_handle<std::vector<THandle<Atom>>>();
   atoms->reserve(lines_.size());
+  AtomMaker made(lines_.size());
   for (std::size_t i = 0; i < lines_.size(); ++i) {
     Mol2AtomLine const& line = *lines_[i];
     if (substructure >= 0 && line.substructure_id() != substructure + 1) continue;
-    THandle<Atom> const atom = line.atom();
+    THandle<Atom> const atom = made.atom(line);
     atom->set_index(static_cast<int>(i));
-    atom->set_site(line.sites(cell));
+    atom->set_site(made.site(line, cell));
     atoms->push_back(atom);
   }
   return atoms;

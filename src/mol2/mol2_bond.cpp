@@ -5,6 +5,7 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "kernel/handle_arena.hpp"
 #include "kernel/text_cursor.hpp"
 #include "kernel/text_format.hpp"
 #include "kora/kernel/string_functions.hpp"
@@ -66,11 +67,21 @@ Mol2Bond::Mol2Bond(Molecule const& molecule) {
   }
 }
 
-Mol2Bond::Mol2Bond(std::vector<THandle<MoleculeSubset>> const& subsets) {
+Mol2Bond::Mol2Bond(std::vector<THandle<MoleculeSubset>> const& subsets)
+    : Mol2Bond(subsets, detail::types_of_subsets(subsets, [](MoleculeSubset const& subset) {
+                 return subset.sybyl_bond_types();
+               })) {}
+
+Mol2Bond::Mol2Bond(std::vector<THandle<MoleculeSubset>> const& subsets,
+                   std::vector<std::vector<std::string>> const& all_types) {
+  detail::check_type_count("Mol2Bond", "subsets", all_types.size(), subsets.size());
   int id = 1;
   int offset = 1;
-  for (THandle<MoleculeSubset> const& subset : subsets) {
-    std::vector<std::string> const types = subset->sybyl_bond_types();
+  for (std::size_t k = 0; k < subsets.size(); ++k) {
+    THandle<MoleculeSubset> const& subset = subsets[k];
+    std::vector<std::string> const& types = all_types[k];
+    detail::check_type_count("Mol2Bond", "bonds", types.size(),
+                             static_cast<std::size_t>(subset->nbonds()));
     for (int j = 0; j < subset->nbonds(); ++j) {
       auto const [a, b] = subset->bond_atoms(j);
       lines_.push_back(make_handle<Mol2BondLine>(id++, a + offset, b + offset,
@@ -96,8 +107,11 @@ void Mol2Bond::print(std::ostream& os) const {
 THandle<std::vector<THandle<BondData>>> Mol2Bond::bonds() const {
   auto bonds = make_handle<std::vector<THandle<BondData>>>();
   bonds->reserve(lines_.size());
-  for (THandle<Mol2BondLine> const& line : lines_)
-    bonds->push_back(line->bond());
+  detail::HandleArena<BondData> made(lines_.size());
+  for (THandle<Mol2BondLine> const& line : lines_) {
+    bonds->push_back(
+        made.make(line->origin() - 1, line->target() - 1, line->sybyl_to_symbol(line->type())));
+  }
   return bonds;
 }
 

@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <unordered_map>
 
+#include "kernel/sybyl_typer.hpp"
 #include "kernel/text_cursor.hpp"
 #include "kora/kernel/string_functions.hpp"
 #include "mol2/mol2_standard.hpp"
@@ -114,7 +115,8 @@ Mol2File::Mol2File(Mol2File const& other)
       comments_(other.comments_),
       unity_charges_(other.unity_charges_),
       source_(other.source_),
-      source_name_(other.source_name_) {}
+      source_name_(other.source_name_),
+      source_types_(other.source_types_) {}
 
 Mol2File& Mol2File::operator=(Mol2File const& other) {
   if (this != &other) *this = Mol2File(other);
@@ -131,6 +133,7 @@ void Mol2File::clear() {
   unity_charges_.clear();
   source_ = THandle<CrystalMaker>();
   source_name_.clear();
+  source_types_.reset();
 }
 
 void Mol2File::read(std::istream& is) {
@@ -273,14 +276,22 @@ void Mol2File::add_structure_(Structure const& structure, Cell const& cell,
     source_name_ = identifier.str();
   }
   std::vector<THandle<MoleculeSubset>> subsets;
+  // Each molecule is typed once, for both sections and for printing.
+  auto typed = std::make_shared<std::vector<detail::SybylTypes>>();
+  std::vector<std::vector<std::string>> atom_types;
+  std::vector<std::vector<std::string>> bond_types;
   for (int k = 0; k < structure.nmolecules(); ++k) {
     auto subset = make_handle<MoleculeSubset>(structure.molecule(k));
     subset->select_3d();
     subsets.push_back(subset);
+    typed->push_back(detail::sybyl_types(*subset));
+    atom_types.push_back(typed->back().atoms);
+    bond_types.push_back(typed->back().bonds);
   }
   molecule_ = std::make_unique<Mol2Molecule>(subsets, identifier.str());
-  atoms_ = std::make_unique<Mol2Atom>(subsets);
-  bonds_ = std::make_unique<Mol2Bond>(subsets);
+  atoms_ = std::make_unique<Mol2Atom>(subsets, atom_types);
+  bonds_ = std::make_unique<Mol2Bond>(subsets, bond_types);
+  if (source_) source_types_ = std::move(typed);
   crysin_ = std::make_unique<Mol2Crysin>(cell);
   append_substructure_(structure);
 }
@@ -416,7 +427,7 @@ void Mol2File::fill_details_(StructureDetails& details) const {
 
 void Mol2File::print_standard_(std::ostream& os) const {
   if (source_) {
-    detail::print_mol2_standard(os, *source_, source_name_);
+    detail::print_mol2_standard(os, *source_, source_name_, source_types_.get());
   } else if (molecule_) {
     THandle<CrystalMaker> maker;
     if (atoms_) {

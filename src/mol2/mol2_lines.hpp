@@ -3,13 +3,16 @@
 // What the ATOM and BOND sections share: a list of line objects read by count, printed one
 // a line, and compared pairwise.
 
+#include <algorithm>
 #include <istream>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "kernel/handle_arena.hpp"
 #include "kora/kernel/handle.hpp"
+#include "kora/kernel/molecule.hpp"
 #include "kora/kernel/string_functions.hpp"
 
 namespace kora::detail {
@@ -45,6 +48,8 @@ void read_section_lines(std::istream& is, int count, int maximum, char const* wh
                              int_to_string(maximum) + " a section may hold");
   }
   lines.clear();
+  // The lines are made in blocks: one allocation for many lines, not one each.
+  HandleArena<Line> made(static_cast<std::size_t>(std::max(count, 0)));
   std::string buffer;
   THandle<Line> blank;
   for (int i = 0; i < count; ++i) {
@@ -52,7 +57,7 @@ void read_section_lines(std::istream& is, int count, int maximum, char const* wh
       if (!is.good()) break;
       int const next = is.peek();
       if (next == '@' || next == std::char_traits<char>::eof()) break;
-      auto line = make_handle<Line>();
+      auto line = made.make();
       line->read(is, buffer);
       if (is_blank_or_comment(buffer)) {
         --i;
@@ -75,10 +80,30 @@ void read_section_lines(std::istream& is, int count, int maximum, char const* wh
       lines.push_back(blank);
       continue;
     }
-    auto line = make_handle<Line>();
+    auto line = made.make();
     line->read(is, buffer);
     lines.push_back(line);
   }
+}
+
+// The types `type` gives each subset (its atom or bond types), in subset order.
+template <class Type>
+std::vector<std::vector<std::string>> types_of_subsets(
+    std::vector<THandle<MoleculeSubset>> const& subsets, Type type) {
+  std::vector<std::vector<std::string>> types;
+  types.reserve(subsets.size());
+  for (THandle<MoleculeSubset> const& subset : subsets)
+    types.push_back(type(*subset));
+  return types;
+}
+
+// Throws std::invalid_argument "WHERE: N WHAT types for M WHAT" unless `given` types were
+// given for `wanted` items (subsets, atoms or bonds).
+inline void check_type_count(char const* where, char const* what, std::size_t given,
+                             std::size_t wanted) {
+  if (given == wanted) return;
+  throw std::invalid_argument(std::string(where) + ": " + std::to_string(given) + " types for " +
+                              std::to_string(wanted) + " " + what);
 }
 
 // Each line, with a line end after all but the last.

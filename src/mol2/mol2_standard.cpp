@@ -308,7 +308,8 @@ std::string_view mol2_bond_code(BondType type, std::string_view typed, bool dumm
   }
 }
 
-void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::string const& name) {
+void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::string const& name,
+                         std::vector<SybylTypes> const* typed_before) {
   // Atoms and bonds, molecule after molecule, with their types.
   std::vector<THandle<Atom>> atoms;
   std::vector<std::string> types;
@@ -323,7 +324,13 @@ void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::strin
     MoleculeSubset subset(maker.molecule(k));
     subset.select_3d();
     if (subset.natoms() == 0) continue;
-    SybylTypes const typed = sybyl_types(subset);
+    auto const k_types = static_cast<std::size_t>(k);
+    bool const typed_already =
+        typed_before != nullptr && k_types < typed_before->size() &&
+        static_cast<int>((*typed_before)[k_types].atoms.size()) == subset.natoms() &&
+        static_cast<int>((*typed_before)[k_types].bonds.size()) == subset.nbonds();
+    SybylTypes const fresh = typed_already ? SybylTypes() : sybyl_types(subset);
+    SybylTypes const& typed = typed_already ? (*typed_before)[k_types] : fresh;
     int const offset = static_cast<int>(atoms.size());
     for (int i = 0; i < subset.natoms(); ++i) {
       THandle<Atom> const atom = subset.atom(i);

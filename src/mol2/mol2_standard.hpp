@@ -7,7 +7,9 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "kernel/sybyl_typer.hpp"
 #include "kora/kernel/crystal.hpp"
 #include "kora/kernel/database_entry_identifier.hpp"
 
@@ -38,7 +40,10 @@ std::string_view mol2_bond_code(BondType type, std::string_view typed, bool dumm
 // One entry: the MOLECULE record named `name`, the ATOM section, UNITY_ATOM_ATTR for
 // formal charges, BOND, SUBSTRUCTURE, and CRYSIN when the structure has a cell of its own.
 // The atoms are those of every molecule with a position, molecule after molecule. An entry
-// without atoms still has its (empty) ATOM section.
-void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::string const& name);
+// without atoms still has its (empty) ATOM section. `typed`, when given, holds the SYBYL types
+// of the maker's molecules (each reduced to its atoms with positions), found before; a
+// molecule whose types do not match its atoms and bonds is typed afresh.
+void print_mol2_standard(std::ostream& os, CrystalMaker const& maker, std::string const& name,
+                         std::vector<SybylTypes> const* typed = nullptr);
 
 }  // namespace kora::detail

@@ -68,6 +68,10 @@ class ChangedFile : public ::testing::TestWithParam<SampleFormat> {
       EXPECT_EQ(db.identifier(i).str(), f.identifier(i));
     }
   }
+  static void read_every_entry(EntryDatabase const& db) {
+    for (int i = 0; i < db.size(); ++i)
+      ASSERT_NO_THROW(db.entry(i)) << "entry " << i;
+  }
   void expect_every_entry_refused_as_changed(EntryDatabase const& db) {
     expect_every_entry_fails(db, [&](int i) { return changed_message(i, file_); });
   }
@@ -90,11 +94,17 @@ TEST_P(ChangedFile, UnchangedFileReadsEveryEntryAgainAndAgain) {
   }
 }
 
+// Whether the entries were read before the file went (the file then open, and read ahead)
+// or not, a deleted or replaced file is found on the next read.
 TEST_P(ChangedFile, DeletedFileCannotBeOpened) {
-  THandle<EntryDatabase> const db = indexed();
-  fs::remove(file_);
-  expect_every_entry_fails(*db,
-                           [](int) { return "FlatFileDatabase::entry(): couldn't open file"; });
+  for (bool const read_before : {false, true}) {
+    SCOPED_TRACE(read_before ? "read before" : "not read before");
+    THandle<EntryDatabase> const db = indexed();
+    if (read_before) read_every_entry(*db);
+    fs::remove(file_);
+    expect_every_entry_fails(*db,
+                             [](int) { return "FlatFileDatabase::entry(): couldn't open file"; });
+  }
 }
 
 TEST_P(ChangedFile, TruncatedFileIsRefused) {
@@ -140,12 +150,16 @@ TEST_P(ChangedFile, RewrittenInPlaceWithSameLengthIsRefused) {
 }
 
 TEST_P(ChangedFile, ReplacedByAnotherFileOfSameSizeAndTimeIsRefused) {
-  THandle<EntryDatabase> const db = indexed();
-  std::string const other = scratch_.write("other", renamed_first_entry(GetParam()));
-  ASSERT_EQ(fs::file_size(other), fs::file_size(file_));
-  fs::last_write_time(other, fs::last_write_time(file_));
-  fs::rename(other, file_);  // only the file's identity tells it from the indexed one
-  expect_every_entry_refused_as_changed(*db);
+  for (bool const read_before : {false, true}) {
+    SCOPED_TRACE(read_before ? "read before" : "not read before");
+    THandle<EntryDatabase> const db = indexed();
+    if (read_before) read_every_entry(*db);
+    std::string const other = scratch_.write("other", renamed_first_entry(GetParam()));
+    ASSERT_EQ(fs::file_size(other), fs::file_size(file_));
+    fs::last_write_time(other, fs::last_write_time(file_));
+    fs::rename(other, file_);  // only the file's identity tells it from the indexed one
+    expect_every_entry_refused_as_changed(*db);
+  }
 }
 
 // Touching a file, or appending to it (another process adding records), leaves the indexed

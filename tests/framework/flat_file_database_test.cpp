@@ -341,6 +341,13 @@ TEST_F(FlatFileDatabaseTest, IdentifyCountsLinesFromOneAndStopsAtTheFirstAccepte
     many += "line\n";
   EXPECT_FALSE(format.identify(write(many)));
   EXPECT_EQ(format.seen.size(), TextIdentifiedFileFormat::identify_line_limit);
+  // Files are read in blocks of 64 KiB: lines across a block's end, and a "\r\n" split by
+  // it, are whole lines.
+  for (std::size_t first : {std::size_t(65535), std::size_t(65534), std::size_t(100000)}) {
+    format.seen.clear();
+    EXPECT_TRUE(format.identify(write(std::string(first, 'a') + "\r\nb\r\nMAGIC\n"))) << first;
+    EXPECT_EQ(format.seen, (std::vector<unsigned int>{1, 2, 3})) << first;
+  }
 }
 
 TEST(MoleculeFile, ReadingAMissingFileNamesIt) {

@@ -129,6 +129,34 @@ TEST(Mol2Atom, FromMoleculeNeedsPositions) {
   }
 }
 
+// Types given by the caller are used as given, and must be one per atom or bond.
+TEST(Mol2Sections, FromSubsetsWithTheirTypes) {
+  auto atoms = make_handle<std::vector<THandle<Atom>>>();
+  for (int i = 0; i < 2; ++i) {
+    auto const site = make_handle<Site>(Point(), Point(1.5 * i, 0, 0));
+    atoms->push_back(THandle<Atom>(make_handle<FileOrderedAtom3d>(i, Element("C"), "C", site)));
+  }
+  auto bonds = make_handle<std::vector<THandle<BondData>>>();
+  bonds->push_back(make_handle<BondData>(0, 1, single_bond));
+  auto const molecule = make_handle<Molecule3d>(atoms, bonds);
+  std::vector<THandle<MoleculeSubset>> const subsets{make_handle<MoleculeSubset>(molecule)};
+  Mol2Atom const typed_atoms(subsets, {{"C.1", "C.2"}});
+  EXPECT_EQ(typed_atoms.lines()[1]->type(), "C.2");
+  EXPECT_EQ(Mol2Bond(subsets, {{"ar"}}).lines()[0]->type(), "ar");
+  // The types found by the sections themselves are those given by the molecule.
+  EXPECT_EQ(Mol2Atom(subsets).lines()[0]->type(), molecule->sybyl_atom_types()[0]);
+  auto const message = [](auto make) {
+    try {
+      make();
+    } catch (std::invalid_argument const& e) {
+      return std::string(e.what());
+    }
+    return std::string("(no error)");
+  };
+  EXPECT_EQ(message([&] { Mol2Atom(subsets, {{"C.3"}}); }), "Mol2Atom: 1 types for 2 atoms");
+  EXPECT_EQ(message([&] { Mol2Bond(subsets, {}); }), "Mol2Bond: 0 types for 1 subsets");
+}
+
 TEST(Mol2Bond, LinesTypesAndPrinting) {
   Mol2BondLine const line;
   EXPECT_EQ(line.sybyl_to_symbol("am"), line.sybyl_to_symbol("1"));

@@ -105,7 +105,9 @@ class Inflater;
 // unchanged (an append leaves the indexed bytes where they were); one that is shorter, is
 // another file (other device or inode) or whose indexed blocks differ is refused, since the
 // positions of its entries may no longer hold. Bytes are read through one descriptor,
-// opened at the first read and kept open.
+// opened at the first read and kept open. Entries read one after another (each starting
+// where the last ended) are read a block ahead, one system call for many entries; the block
+// is dropped whenever the file's state is not the one it was read in.
 //
 // A gzip file (recognised by its first bytes) is held to its compressed bytes the same way,
 // while positions and the indexed bytes are those of its text. Indexing it also records
@@ -163,9 +165,13 @@ class IndexedFile {
 
  private:
   bool open_() const;
+  // The state of the file read from: that of the open descriptor while the file has a name.
+  FileState current_state_() const;
   // Whether the file, now in state `now`, still holds the indexed bytes.
   bool holds_indexed_bytes_(FileState const& now) const;
   Result read_text_(std::int64_t begin, std::int64_t end, std::string& text) const;
+  // Bytes [begin, end) of a plain file, from the block read ahead when it holds them.
+  bool read_plain_(std::int64_t begin, std::int64_t end, std::string& text) const;
 
   std::string file_name_;
   FileState state_;
@@ -176,6 +182,9 @@ class IndexedFile {
   std::shared_ptr<GzipIndex> index_;            // a gzip file's checkpoints; null for plain files
   mutable std::unique_ptr<Inflater> inflater_;  // reads a gzip file's entries
   mutable bool inflating_ = false;              // whether inflater_ is in a usable state
+  mutable std::string ahead_;                   // a plain file's bytes from ahead_begin_
+  mutable std::int64_t ahead_begin_ = 0;
+  mutable std::int64_t last_end_ = -1;  // where the last read ended
 };
 
 // The identifiers and starts of a file's entries, compactly: the identifiers one after

@@ -126,11 +126,11 @@ class FileOrderedAtom3d : public Atom {
  private:
   int file_order_;
   Element element_;
-  std::string label_;
-  THandle<Site> site_;
   int formal_charge_ = 0;
   int index_ = 0;
   int connection_count_ = 0;
+  std::string label_;
+  THandle<Site> site_;
   AtomDetails details_;
 };
 

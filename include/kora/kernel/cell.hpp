@@ -63,6 +63,7 @@ class Cell {
   friend bool operator==(Cell const& x, Cell const& y);
 
  private:
+  static Cell const& unit_cube_();
   void set_up_();
   // The shortest orthogonal length of a fractional difference over lattice translations.
   double lattice_distance_(Vector<double, 3> const& difference) const;

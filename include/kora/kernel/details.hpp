@@ -13,45 +13,46 @@
 namespace kora {
 
 struct AtomDetails {
-  // Chemistry.
-  int mass_number = 0;  ///< isotope mass number; 0 for the natural mixture
-  int radical = 0;      ///< 0 none, 1 singlet, 2 doublet, 3 triplet (MDL codes)
-  bool has_partial_charge = false;
-  double partial_charge = 0.0;  ///< in electrons, when has_partial_charge
-  std::string atom_type;        ///< the atom type the file gave (a Mol2 SYBYL type); "" none
+  // The fields are grouped by size (texts, then numbers, then flags and letters) so that the
+  // record that every atom read from a file carries stays small.
 
-  // Residues and chains (PDB; Mol2 substructures).
+  // Texts; "" where the file gave none.
+  std::string atom_type;          ///< the atom type the file gave (a Mol2 SYBYL type)
   std::string residue_name;       ///< "ALA", "HOH"; "" when the atom is in no residue
-  int residue_number = 0;         ///< sequence number of the residue
-  char insertion_code = ' ';      ///< PDB insertion code; ' ' none
-  std::string chain;              ///< chain identifier; "" none
-  int substructure_id = 0;        ///< Mol2 subst_id; 0 none
-  std::string substructure_name;  ///< Mol2 subst_name ("ALA12", "LIG1"); "" none
-
-  // PDB records.
-  int serial = 0;       ///< atom serial number as read; 0 none
-  bool hetero = false;  ///< read from a HETATM record
-  char alt_loc = ' ';   ///< alternate location indicator; ' ' none
-  int model = 0;        ///< MODEL number; 0 when the file had no MODEL records
-  bool has_b_factor = false;
-  double b_factor = 0.0;  ///< isotropic temperature factor, square angstroms
-
-  // SHELX.
-  int part = 0;  ///< PART number; 0 is the common part
-  int afix = 0;  ///< AFIX code in force for the atom; 0 none
-  bool has_shelx_codes = false;
-  double shelx_occupancy = 0.0;  ///< the site-occupation factor as written (11.0, 21.0, -31.5)
-  double shelx_u = 0.0;          ///< the isotropic U as written (0.05, or -1.2 for riding)
-
+  std::string chain;              ///< chain identifier
+  std::string substructure_name;  ///< Mol2 subst_name ("ALA12", "LIG1")
   /// MOL/SD: the atom symbol the file gave to an atom the model holds no element for
-  /// (tritium "T", query and R-group symbols "A", "Q", "L", "R#", "*"); "" otherwise.
+  /// (tritium "T", query and R-group symbols "A", "Q", "L", "R#", "*").
   std::string element_symbol;
 
-  /// The fractional position the file gave the atom (SHELX), which a symmetry image made
-  /// from it (to complete a molecule) keeps, so that a writer can put the atom back where the
-  /// file had it.
-  bool has_file_position = false;
+  // Chemistry.
+  double partial_charge = 0.0;  ///< in electrons, when has_partial_charge
+  // PDB records.
+  double b_factor = 0.0;  ///< isotropic temperature factor, square angstroms, when has_b_factor
+  // SHELX, when has_shelx_codes.
+  double shelx_occupancy = 0.0;  ///< the site-occupation factor as written (11.0, 21.0, -31.5)
+  double shelx_u = 0.0;          ///< the isotropic U as written (0.05, or -1.2 for riding)
+  /// The fractional position the file gave the atom (SHELX), when has_file_position, which a
+  /// symmetry image made from it (to complete a molecule) keeps, so that a writer can put the
+  /// atom back where the file had it.
   double file_position[3] = {0.0, 0.0, 0.0};
+
+  int mass_number = 0;      ///< isotope mass number; 0 for the natural mixture
+  int radical = 0;          ///< 0 none, 1 singlet, 2 doublet, 3 triplet (MDL codes)
+  int residue_number = 0;   ///< sequence number of the residue
+  int substructure_id = 0;  ///< Mol2 subst_id; 0 none
+  int serial = 0;           ///< PDB atom serial number as read; 0 none
+  int model = 0;            ///< PDB MODEL number; 0 when the file had no MODEL records
+  int part = 0;             ///< SHELX PART number; 0 is the common part
+  int afix = 0;             ///< SHELX AFIX code in force for the atom; 0 none
+
+  bool has_partial_charge = false;
+  bool hetero = false;  ///< read from a PDB HETATM record
+  bool has_b_factor = false;
+  bool has_shelx_codes = false;
+  bool has_file_position = false;
+  char insertion_code = ' ';  ///< PDB insertion code; ' ' none
+  char alt_loc = ' ';         ///< alternate location indicator; ' ' none
 };
 
 /// A difference electron-density peak of a SHELX RES file (the Q1, Q2, ... lines that a

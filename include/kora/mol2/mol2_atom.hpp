@@ -90,6 +90,10 @@ class Mol2Atom {
   /// Lines for the atoms of each subset in turn, ids running on across them; subset k is
   /// substructure k + 1, "RES" k + 1.
   explicit Mol2Atom(std::vector<THandle<MoleculeSubset>> const& subsets);
+  /// The same with the SYBYL atom types of each subset given (types[k][j] for atom j of
+  /// subset k), by a caller that has typed them already.
+  Mol2Atom(std::vector<THandle<MoleculeSubset>> const& subsets,
+           std::vector<std::vector<std::string>> const& types);
 
   /// Reads `count` lines (none for a count of 0 or less). A count above maximum_count
   /// throws std::runtime_error naming it. Lines past the end of the stream have default

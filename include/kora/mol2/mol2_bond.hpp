@@ -62,6 +62,10 @@ class Mol2Bond {
   /// Lines for the bonds of each subset in turn; atom ids run on across the subsets as the
   /// ATOM section numbers them.
   explicit Mol2Bond(std::vector<THandle<MoleculeSubset>> const& subsets);
+  /// The same with the SYBYL bond types of each subset given (types[k][j] for bond j of
+  /// subset k).
+  Mol2Bond(std::vector<THandle<MoleculeSubset>> const& subsets,
+           std::vector<std::vector<std::string>> const& types);
 
   /// Reads `count` lines (none for 0 or less); a count above maximum_count throws
   /// std::runtime_error naming it.

@@ -20,6 +20,10 @@
 
 namespace kora {
 
+namespace detail {
+struct SybylTypes;
+}  // namespace detail
+
 /// One COMMENT section: its lines.
 class Mol2Comment {
  public:
@@ -107,6 +111,8 @@ class Mol2File : public MoleculeFile {
   // written from the model, whose details the classic sections do not hold.
   THandle<CrystalMaker> source_;
   std::string source_name_;
+  // The SYBYL types of source_'s molecules, found once when it was added, for printing.
+  std::shared_ptr<std::vector<detail::SybylTypes> const> source_types_;
 };
 
 }  // namespace kora
