@@ -164,6 +164,13 @@ time_commands "k_sd_j1=$kora info -q -j 1 $sd" "k_sd_j2=$kora info -q -j 2 $sd"
 row "2. ... kora info -j 1" k_sd_j1 rdkit_san_sd rdkit_raw_sd obabel_sd
 row "2. ... kora info -j 2" k_sd_j2 rdkit_san_sd rdkit_raw_sd obabel_sd
 
+if [[ -s $work/big_v3000.sdf ]]; then
+  v3000=$work/big_v3000.sdf
+  time_commands "k_v3000=$kread read $v3000" "rdkit_san_v3000=$rdkit sd-read $v3000" \
+    "rdkit_raw_v3000=$rdkit sd-read $v3000 --no-sanitize"
+  row "2. V3000 SD read ($(basename "$v3000"))" k_v3000 rdkit_san_v3000 rdkit_raw_v3000
+fi
+
 echo "3. SD fetch" >&2
 time_commands "k_fetch=$kora info --entry $middle --json $sd" \
   "k_fetch_id=$kora info --id $middle_id --json $sd" "rdkit_san_fetch=$rdkit sd-fetch $sd $middle"

@@ -4,6 +4,8 @@
 #   OUT/big.sdf    10 copies of the ring-template SD file: 107,510 records, each record's
 #                  title line replaced by a unique name KR0000001, KR0000002, ...
 #   OUT/huge.sdf   (with --huge) big.sdf ten times over: 1,075,100 records, unique names
+#   OUT/big_v3000.sdf  the ring-template SD file written as V3000 by Open Babel (obabel -x3,
+#                  when obabel is installed), ten times over as big.sdf is: 107,510 records
 #   OUT/big.mol2   18 copies of the FABP4 decoy Mol2 file: 51,390 molecules
 #   OUT/big.pdb    3G61 (two chains, 18,448 atoms) tiled six times along x, 250 A apart,
 #                  as one model of 110,688 atoms with chains A-L and no CONECT records,
@@ -38,6 +40,12 @@ if [[ ! -s $out/big.sdf ]]; then
 fi
 if [[ $huge == --huge && ! -s $out/huge.sdf ]]; then
   repeat_sd "$out/big.sdf" 10 "$out/huge.sdf"
+fi
+
+if [[ ! -s $out/big_v3000.sdf ]] && command -v obabel >/dev/null; then
+  obabel "$bench/bench_cdk_ringTemplateStructures.sdf" -O "$out/v3000.sdf.tmp" -osdf -x3 2>/dev/null
+  repeat_sd "$out/v3000.sdf.tmp" 10 "$out/big_v3000.sdf"
+  rm -f "$out/v3000.sdf.tmp"
 fi
 
 if [[ ! -s $out/big.mol2 ]]; then

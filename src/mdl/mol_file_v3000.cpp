@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "kernel/handle_arena.hpp"
 #include "kora/kernel/string_functions.hpp"
 #include "kora/mdl/mol_file.hpp"
 #include "mdl/mdl_text.hpp"
@@ -39,6 +40,12 @@ class V30Fields {
     int depth = 0;
     while (at_ < text_.size()) {
       char const c = text_[at_];
+      // Digits, letters, signs and points, nearly all there is, lie above every character
+      // that matters here (blanks, tabs, quotes and parentheses).
+      if (c > ')') {
+        ++at_;
+        continue;
+      }
       if (depth == 0 && (c == ' ' || c == '\t')) break;
       if (c == '"') {  // up to the closing quote, whatever is inside
         for (++at_; at_ < text_.size(); ++at_) {
@@ -107,8 +114,9 @@ class AtomNumbers {
 
 void MolFile::read_V3000(std::istream& is) {
   auto const atoms = make_handle<std::vector<THandle<Atom>>>();
-  auto const bonds = make_handle<std::vector<THandle<BondData>>>();
+  std::vector<BondData> bonds;
   std::vector<Point> coordinates;
+  detail::HandleArena<FileOrderedAtom3d> made;
   AtomNumbers numbers;
 
   enum class Block { none, atom, bond, skipped };
@@ -171,8 +179,7 @@ void MolFile::read_V3000(std::istream& is) {
         Element const element = read_options().standard() && symbol == "T"
                                     ? Element(1)
                                     : detail::element_of_symbol(symbol);
-        auto const atom = make_handle<FileOrderedAtom3d>(n, element, symbol + int_to_string(number),
-                                                         THandle<Site>());
+        auto const atom = made.make(n, element, symbol + int_to_string(number), THandle<Site>());
         atom->set_formal_charge(static_cast<std::int16_t>(charge));
         AtomDetails& details = *atom->mutable_details();
         // MASS= is the isotope's mass number; a deuterium or tritium symbol names its own.
@@ -196,7 +203,7 @@ void MolFile::read_V3000(std::istream& is) {
         if (a < 0 || b < 0) {
           throw std::runtime_error("Unable to create bonds - bond to an unknown atom index");
         }
-        bonds->push_back(make_handle<BondData>(a, b, detail::bond_type_of_code(c_int(type))));
+        bonds.emplace_back(a, b, detail::bond_type_of_code(c_int(type)));
       }
       return;
     }
@@ -249,7 +256,7 @@ void MolFile::read_V3000(std::istream& is) {
     if (static_cast<int>(atoms->size()) < announced_atoms) {
       throw std::runtime_error(detail::short_atom_block_message);
     }
-    if (static_cast<int>(bonds->size()) < announced_bonds) {
+    if (static_cast<int>(bonds.size()) < announced_bonds) {
       throw std::runtime_error("Bond block incomplete - not enough bond lines");
     }
   }
@@ -259,7 +266,7 @@ void MolFile::read_V3000(std::istream& is) {
   if (flat && dimensional_code_ != "3D" && dimensional_code_ != "3d") two_d_ = true;
   record_structure_details_(flat);
   try {
-    molecules_ = create_molecules(*cell_, *atoms, *bonds, coordinates, THandle<Transformation>());
+    molecules_ = create_molecules(*cell_, *atoms, bonds, coordinates, THandle<Transformation>());
   } catch (std::invalid_argument const&) {
     throw std::runtime_error(detail::bad_bonds_message);
   }
