@@ -144,7 +144,8 @@ struct ResFile::ReadState {
   std::vector<double> free_variables;
   THandle<std::vector<THandle<Atom>>> atoms = make_handle<std::vector<THandle<Atom>>>();
   std::vector<AtomRecord> records;  // one per atom
-  bool previous_u_known = false;    // the U of the last atom that did not ride
+  // The U of the last atom that did not ride, which the U of riding atoms multiply.
+  bool previous_u_known = false;
   double previous_u = 0.0;
   // SHELX state in force for the atoms that follow: PART, AFIX and RESI.
   int part = 0;
