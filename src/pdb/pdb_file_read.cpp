@@ -1,9 +1,10 @@
-// PdbFile::read: records, atoms, residue-by-residue bond detection, CONECT bonds, cell and
-// scale matrix.
+// PdbFile::read: the record loop, and the state of one read: atoms, residue-by-residue bond
+// detection, CONECT bonds, models, the scale matrix and the displacement parameters. Record
+// names and CRYST1 are read in pdb_records.cpp, the standard reading's choices made in
+// pdb_standard_choices.cpp, bond lists cleaned in pdb_bond_lists.cpp.
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <istream>
@@ -20,6 +21,7 @@
 #include "kora/pdb/pdb_residue_bond_typer.hpp"
 #include "pdb/hybrid36.hpp"
 #include "pdb/pdb_columns.hpp"
+#include "pdb/pdb_reading.hpp"
 
 namespace kora {
 
@@ -27,243 +29,7 @@ namespace {
 
 using AtomList = std::vector<THandle<Atom>>;
 using BondList = std::vector<THandle<BondData>>;
-
-enum class Record {
-  header,
-  cryst1,
-  origx,
-  scale1,
-  scale2,
-  scale3,
-  atom,
-  hetatm,
-  model,
-  endmdl,
-  conect,
-  anisou,
-  end,
-  other  // recognised and ignored, or unknown
-};
-
-// The record name is the text up to the first blank or tab, compared exactly: a name run
-// into its first field ("HETATM12345") is no record of ours.
-Record record_of(std::string_view line) {
-  std::string_view const name = line.substr(0, line.find_first_of(" \t"));
-  switch (name.size()) {
-    case 3:
-      if (name == "END") return Record::end;
-      break;
-    case 4:
-      if (name == "ATOM") return Record::atom;
-      break;
-    case 5:
-      if (name == "MODEL") return Record::model;
-      break;
-    case 6:
-      if (name == "HETATM") return Record::hetatm;
-      if (name == "CONECT") return Record::conect;
-      if (name == "ANISOU") return Record::anisou;
-      if (name == "HEADER") return Record::header;
-      if (name == "CRYST1") return Record::cryst1;
-      if (name == "ENDMDL") return Record::endmdl;
-      if (name == "SCALE1") return Record::scale1;
-      if (name == "SCALE2") return Record::scale2;
-      if (name == "SCALE3") return Record::scale3;
-      if (name == "ORIGX1" || name == "ORIGX2" || name == "ORIGX3") return Record::origx;
-      break;
-    default:
-      break;
-  }
-  return Record::other;
-}
-
-// The record name as programs that follow the PDB conventions read it: columns 1-6 less
-// trailing blanks, so that "HETATM10000" is a HETATM record.
-Record standard_record_of(std::string_view line) {
-  std::string_view name = line.substr(0, std::min<std::size_t>(line.size(), 6));
-  while (!name.empty() && (name.back() == ' ' || name.back() == '\t' || name.back() == '\r'))
-    name.remove_suffix(1);
-  return record_of(name);
-}
-
-// Equal within 1e-7, the tolerance of the rhombohedral tests.
-bool nearly_equal(double x, double y) {
-  return x - 1e-7 <= y && y - 1e-7 <= x;
-}
-
-bool within(double value, double low, double high) {
-  return low <= value && value <= high;
-}
-
-constexpr double degrees_to_radians = 0.017453292519943295;
-
-// The cell and space group of a CRYST1 record, with a space group symbol of at most
-// `symbol_width` columns from column 56.
-Cell read_cryst1(std::string_view line, std::size_t symbol_width) {
-  if (line.size() < 54) throw std::runtime_error("PdbFile::read CRYST1 line is incomplete");
-  double const a = detail::leading_real(line.substr(6, 9));
-  double const b = detail::leading_real(line.substr(15, 9));
-  double const c = detail::leading_real(line.substr(24, 9));
-  double const alpha = detail::leading_real(line.substr(33, 7));
-  double const beta = detail::leading_real(line.substr(40, 7));
-  double const gamma = detail::leading_real(line.substr(47, 7));
-  std::string symbol = line.size() < 56 ? "P1" : trim(line.substr(55, symbol_width), " \t");
-  if (!symbol.empty() && symbol.front() == 'R' && symbol.back() != 'r') {
-    // An R group on hexagonal axes keeps its symbol; on rhombohedral axes it gets the 'r'.
-    bool const hexagonal = nearly_equal(a, b) && within(alpha, 89.9999999, 90 + 1e-7) &&
-                           within(beta, 89.9999999, 90 + 1e-7) &&
-                           within(gamma, 119.9999999, 120 + 1e-7);
-    bool const rhombohedral = nearly_equal(a, b) && nearly_equal(b, c) &&
-                              nearly_equal(alpha, beta) && nearly_equal(beta, gamma);
-    if (rhombohedral) {
-      symbol += 'r';
-    } else if (!hexagonal) {
-      throw std::runtime_error("PdbFile::read(): Space group and unit cell inconsistent.");
-    }
-  }
-  if (!symbol.empty() && symbol.front() == 'H') symbol.front() = 'R';
-  return Cell(a, b, c, Angle(alpha * degrees_to_radians), Angle(beta * degrees_to_radians),
-              Angle(gamma * degrees_to_radians),
-              Spacegroup(symbol, -1, Spacegroup::unknown_system));
-}
-
-// The four numbers of a SCALEn or ORIGXn record: a matrix row and its translation.
-std::array<double, 4> read_matrix_row(std::string_view line) {
-  return {detail::leading_real(detail::column(line, 10, 10)),
-          detail::leading_real(detail::column(line, 20, 10)),
-          detail::leading_real(detail::column(line, 30, 10)),
-          detail::leading_real(detail::column(line, 45, 10))};
-}
-
-// The unordered pair of atoms a bond joins, as one number.
-std::uint64_t pair_key(BondData const& bond) {
-  auto const low = static_cast<std::uint32_t>(std::min(bond.atom1(), bond.atom2()));
-  auto const high = static_cast<std::uint32_t>(std::max(bond.atom1(), bond.atom2()));
-  return (std::uint64_t(low) << 32) | high;
-}
-
-// A set of pair keys by open addressing, on the stack for the few bonds of one residue
-// search. No key has every bit set (atom indexes are non-negative ints), which marks an
-// empty slot.
-class PairSet {
- public:
-  explicit PairSet(std::size_t count)
-      : mask_(std::bit_ceil(std::max<std::size_t>(2 * count, 16)) - 1) {
-    if (mask_ < small_.size()) {
-      slots_ = small_.data();
-    } else {
-      large_.resize(mask_ + 1);
-      slots_ = large_.data();
-    }
-    std::fill_n(slots_, mask_ + 1, empty);
-  }
-  PairSet(PairSet const&) = delete;
-  PairSet& operator=(PairSet const&) = delete;
-
-  // False when the key was there already.
-  bool insert(std::uint64_t key) {
-    for (std::size_t s = hash(key) & mask_;; s = (s + 1) & mask_) {
-      if (slots_[s] == key) return false;
-      if (slots_[s] == empty) {
-        slots_[s] = key;
-        return true;
-      }
-    }
-  }
-
- private:
-  static constexpr std::uint64_t empty = ~std::uint64_t(0);
-  static std::size_t hash(std::uint64_t key) {
-    return static_cast<std::size_t>((key * 0x9E3779B97F4A7C15ULL) >> 32);
-  }
-
-  std::size_t mask_;
-  std::array<std::uint64_t, 256> small_;
-  std::vector<std::uint64_t> large_;
-  std::uint64_t* slots_ = nullptr;
-};
-
-constexpr int arginine = 2;  // residue kinds count the twenty amino acids alphabetically
-
-// The atom's name as the file gave it, without the alternate location the label ends with.
-std::string_view atom_name(Atom const& atom) {
-  std::string_view name = atom.label();
-  AtomDetails const* d = atom.details();
-  if (d && d->alt_loc != ' ' && !name.empty() && name.back() == d->alt_loc) name.remove_suffix(1);
-  return name;
-}
-
-// Standard reading: the orders the residue typer leaves open in standard amino acids. The
-// typer gives the carbonyls, carboxylates and aromatic rings theirs; arginine's guanidinium
-// has its double bond at NH2 (as the chemical component dictionary draws it), and every other
-// bond between atoms of the twenty residues (the rest of each residue, peptide links,
-// disulfides) is single. Leaving them unknown makes other programs guess, and fail to place
-// the double bonds of the aromatic rings next to them.
-void complete_residue_bond_orders(Molecule& molecule) {
-  for (auto it = molecule.bonds_begin(); it != molecule.bonds_end(); ++it) {
-    THandle<Bond> const bond = *it;
-    if (bond->type() != unknown_bond) continue;
-    ProteinAtom const* first = bond->atom1()->protein_atom();
-    ProteinAtom const* second = bond->atom2()->protein_atom();
-    if (!first || !second || first->residue_kind() == 0 || second->residue_kind() == 0) continue;
-    bool guanidinium = false;
-    if (first->residue_kind() == arginine && first->residue_label() == second->residue_label()) {
-      std::string_view const a = atom_name(*bond->atom1());
-      std::string_view const b = atom_name(*bond->atom2());
-      guanidinium = (a == "CZ" && b == "NH2") || (a == "NH2" && b == "CZ");
-    }
-    bond->set_type(guanidinium ? double_bond : single_bond);
-  }
-}
-
-// Standard reading: one alternate location per atom. The atoms of a residue (chain,
-// residue number and insertion code: a residue whose alternate locations give it
-// different names is one residue) keep one location letter, the one whose atoms have the
-// highest mean occupancy, the first to appear on ties; atoms without a letter are kept.
-AtomList one_location_per_residue(AtomList const& atoms) {
-  bool const any = std::any_of(atoms.begin(), atoms.end(), [](THandle<Atom> const& atom) {
-    return atom->details()->alt_loc != ' ';
-  });
-  if (!any) return atoms;
-  struct Location {
-    char letter;
-    double occupancy;  // the sum over the letter's atoms
-    int count;
-  };
-  std::unordered_map<std::string, std::vector<Location>> residues;
-  auto const key_of = [](AtomDetails const& d) {
-    std::string key = d.chain;
-    key += '\n';
-    key += std::to_string(d.residue_number);
-    key += d.insertion_code;
-    return key;
-  };
-  for (THandle<Atom> const& atom : atoms) {
-    AtomDetails const& d = *atom->details();
-    if (d.alt_loc == ' ') continue;
-    std::vector<Location>& locations = residues[key_of(d)];
-    auto found = std::find_if(locations.begin(), locations.end(),
-                              [&d](Location const& l) { return l.letter == d.alt_loc; });
-    if (found == locations.end()) found = locations.insert(locations.end(), {d.alt_loc, 0.0, 0});
-    found->occupancy += atom->site()->occupancy().value();
-    ++found->count;
-  }
-  std::unordered_map<std::string, char> chosen;
-  for (auto const& [key, locations] : residues) {
-    Location const* best = &locations.front();
-    for (Location const& l : locations) {
-      if (l.occupancy / l.count > best->occupancy / best->count + 1e-9) best = &l;
-    }
-    chosen.emplace(key, best->letter);
-  }
-  AtomList kept;
-  kept.reserve(atoms.size());
-  for (THandle<Atom> const& atom : atoms) {
-    AtomDetails const& d = *atom->details();
-    if (d.alt_loc == ' ' || chosen[key_of(d)] == d.alt_loc) kept.push_back(atom);
-  }
-  return kept;
-}
+using Record = detail::PdbRecord;
 
 }  // namespace
 
@@ -522,7 +288,7 @@ struct PdbFile::ReadState {
         continue;
       }
       bonds->push_back(make_handle<BondData>(source, partner, unknown_bond));
-      ++conect_counts[pair_key(*bonds->back())][source < partner ? 0 : 1];
+      ++conect_counts[detail::pair_key(*bonds->back())][source < partner ? 0 : 1];
     }
   }
 
@@ -559,7 +325,7 @@ struct PdbFile::ReadState {
   void apply_conect_orders() {
     if (conect_counts.empty()) return;
     for (THandle<BondData> const& bond : *bonds) {
-      auto const found = conect_counts.find(pair_key(*bond));
+      auto const found = conect_counts.find(detail::pair_key(*bond));
       if (found == conect_counts.end()) continue;
       int const listed = std::max(found->second[0], found->second[1]);
       bond->set_type(listed >= 3 ? triple_bond : listed == 2 ? double_bond : single_bond);
@@ -567,7 +333,7 @@ struct PdbFile::ReadState {
   }
 
   void read_scale(std::string_view line, std::size_t row) {
-    std::array<double, 4> const values = read_matrix_row(line);
+    std::array<double, 4> const values = detail::read_matrix_row(line);
     std::copy(values.begin(), values.end(), scale.begin() + static_cast<long>(4 * row));
     if (row == 2) {
       scale_transformation =
@@ -623,7 +389,7 @@ struct PdbFile::ReadState {
     start_model();
     set_displacements(model);
     AtomList const kept =
-        all_alternate_locations ? *model.atoms : one_location_per_residue(*model.atoms);
+        all_alternate_locations ? *model.atoms : detail::one_location_per_residue(*model.atoms);
     for (THandle<Atom> const& atom : kept) {
       AtomDetails const& d = *atom->details();
       track_residue(atom, d.serial, d.residue_name, d.residue_number, d.hetero);
@@ -662,34 +428,6 @@ struct PdbFile::ReadState {
   }
 };
 
-void PdbFile::update_bond_indexes_(std::vector<THandle<BondData>>& bonds,
-                                   std::vector<int> const& map) {
-  auto const inside = [&map](int i) { return i >= 0 && static_cast<std::size_t>(i) < map.size(); };
-  for (THandle<BondData> const& bond : bonds) {
-    if (inside(bond->atom1()) && inside(bond->atom2())) {
-      bond->set_atoms(map[static_cast<std::size_t>(bond->atom1())],
-                      map[static_cast<std::size_t>(bond->atom2())]);
-    }
-  }
-}
-
-void PdbFile::remove_duplicate_bonds_(std::vector<THandle<BondData>>& bonds, long first,
-                                      long last) {
-  long const size = static_cast<long>(bonds.size());
-  if (!(0 < first && first < size)) first = 0;
-  if (!(0 < last && last < size && first < last)) last = size;
-  auto const begin = bonds.begin() + first;
-  auto const end = bonds.begin() + last;
-  PairSet seen(static_cast<std::size_t>(last - first));
-  auto kept = begin;  // [begin, kept) holds the bonds kept so far
-  for (auto it = begin; it != end; ++it) {
-    if (!seen.insert(pair_key(**it))) continue;
-    if (kept != it) *kept = std::move(*it);
-    ++kept;
-  }
-  bonds.erase(kept, end);
-}
-
 void PdbFile::read(std::istream& is) {
   identifier_ = DatabaseEntryIdentifier("UNKNWN");
   bool const standard = read_options().standard();
@@ -702,7 +440,7 @@ void PdbFile::read(std::istream& is) {
     kora::getline(is, line);
     if (is.eof() && line.empty()) break;
     std::string_view const text = line;
-    Record const record = standard ? standard_record_of(text) : record_of(text);
+    Record const record = standard ? detail::standard_record_of(text) : detail::record_of(text);
     if (record == Record::end) break;
     switch (record) {
       case Record::atom:
@@ -721,7 +459,7 @@ void PdbFile::read(std::istream& is) {
         }
         break;
       case Record::cryst1:
-        cell_ = make_handle<Cell>(read_cryst1(text, standard ? 11 : 10));
+        cell_ = make_handle<Cell>(detail::read_cryst1(text, standard ? 11 : 10));
         // The unit cube in P1 is what files without crystal data write.
         details_.has_cell = !(*cell_ == Cell());
         break;
@@ -757,7 +495,7 @@ void PdbFile::read(std::istream& is) {
   PdbResidueBondTyper typer(read_options().mode);
   for (THandle<Molecule> const& molecule : *molecules_) {
     typer.apply(molecule->bonds_begin(), molecule->bonds_end());
-    if (standard) complete_residue_bond_orders(*molecule);
+    if (standard) detail::complete_residue_bond_orders(*molecule);
   }
 }
 

@@ -64,6 +64,8 @@ class ResFile : public MoleculeFile {
   void set_uncertainty_scale(double u) { uncertainty_scale_ = u; }
 
  private:
+  struct ReadState;  // the working state of one read
+
   template <class Structure>
   void add_structure_(Structure const& structure, Cell const& cell,
                       DatabaseEntryIdentifier const& identifier);
