@@ -29,16 +29,19 @@ from typing import Any, Dict, NamedTuple, Optional, Tuple
 
 import kora
 
-from . import _data_names, _require, _summary_table
+from . import _SUMMARY_COLUMNS, _data_names, _require, _summary_table
 
 _require("dask.bag", "kora.dask", "python3-dask")
 import dask  # noqa: E402  (imported above: these only bind the names)
 import dask.bag  # noqa: E402
 
-# A Dask task costs the scheduler about a millisecond; a summary of an SD entry about 15
-# microseconds. 10,000 entries a partition keep the scheduling under 1% of the work
-# (bench/README.md, "kora on Dask").
-DEFAULT_ENTRIES_PER_PARTITION = 10_000
+# The columns of read_dataframe before the SD data items.
+SUMMARY_COLUMNS = _SUMMARY_COLUMNS
+
+# The scheduler costs a partition of read_dataframe's summaries about 13 ms (a few tasks of
+# 1 to 3 ms each) and an SD entry's summary takes about 13 microseconds: from 20,000 entries a
+# partition the scheduling stays under 5% of the work (bench/README.md, "kora on Dask").
+DEFAULT_ENTRIES_PER_PARTITION = 20_000
 
 
 class Source(NamedTuple):
@@ -174,6 +177,10 @@ def _rows_frame(rows, data_names, first):
     return _summary_table(pandas, rows, data_names, pandas.RangeIndex(first, first + len(rows)))
 
 
+def _read_frame(shard, data_names):
+    return _rows_frame(_read_rows(shard), data_names, shard.first)
+
+
 def _rows_data_names(rows):
     return _data_names(rows)
 
@@ -248,17 +255,20 @@ def read_dataframe(paths, entries_per_partition=DEFAULT_ENTRIES_PER_PARTITION, f
 
     pandas = _require("pandas", "kora.dask.read_dataframe", "python3-pandas")
     shards = _shards(paths, entries_per_partition, format, classic, save_index)
-    rows = [dask.delayed(_read_rows, pure=True)(shard) for shard in shards]
-    if data_items is None:
-        rows = dask.persist(*rows)
+    persisted = data_items is None
+    if persisted:
+        rows = dask.persist(*[dask.delayed(_read_rows, pure=True)(shard) for shard in shards])
         names = dask.compute(*[dask.delayed(_rows_data_names, pure=True)(r) for r in rows])
         data_items = list(dict.fromkeys(name for found in names for name in found))
     data_items = list(data_items)
     meta = _summary_table(pandas, [], data_items)
     if not shards:
         return dask.dataframe.from_pandas(meta, npartitions=1)
-    frames = [dask.delayed(_rows_frame, pure=True)(r, data_items, shard.first)
-              for r, shard in zip(rows, shards)]
+    if persisted:
+        frames = [dask.delayed(_rows_frame, pure=True)(r, data_items, shard.first)
+                  for r, shard in zip(rows, shards)]
+    else:  # one task a partition
+        frames = [dask.delayed(_read_frame, pure=True)(shard, data_items) for shard in shards]
     last = shards[-1]
     divisions = [shard.first for shard in shards] + [last.first + last.stop - last.start - 1]
     return dask.dataframe.from_delayed(frames, meta=meta, divisions=divisions)

@@ -10,6 +10,7 @@ from . import DatabaseError
 _Path = Union[str, bytes, os.PathLike[str], os.PathLike[bytes]]
 
 DEFAULT_ENTRIES_PER_PARTITION: int
+SUMMARY_COLUMNS: Tuple[str, ...]
 
 class Source(NamedTuple):
     path: str

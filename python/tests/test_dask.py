@@ -4,6 +4,7 @@ their entries."""
 
 import ast
 import gzip
+import importlib.util
 import math
 import os
 import pathlib
@@ -213,3 +214,19 @@ def test_the_stub_declares_every_public_name():
               and getattr(value, "__module__", "kora.dask") == "kora.dask"
               and not isinstance(value, type(os))}
     assert public <= declared
+
+
+def test_the_example_summarises_data_items_as_pandas_does(client, inputs, repo_dir):
+    script = repo_dir / "python" / "examples" / "dask_convert.py"
+    spec = importlib.util.spec_from_file_location("dask_convert", script)
+    example = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(example)
+    path = inputs["notes.sdf"]
+    summary = example.data_item_summary(kd.read_dataframe(path, 5), ["MW", "NOTE0", "NOTE1"])
+    table = kora.open(path).to_pandas()
+    assert list(summary["present"]) == [12, 8, 4]
+    assert list(summary["distinct"]) == [5, 8, 4]
+    mw = table["MW"].astype(float)
+    assert summary.loc["MW", ["min", "mean", "max"]].tolist() == pytest.approx(
+        [mw.min(), mw.mean(), mw.max()])
+    assert summary.loc["NOTE0"].isna()["mean"]
