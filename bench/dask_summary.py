@@ -3,13 +3,15 @@ worker processes, against the same work done in one process without Dask, and me
 what the scheduler costs a partition.
 
     PYTHONPATH=build-python/python /usr/bin/python3 bench/dask_summary.py [FILE] \\
-        [--sizes 250 1000 4000 16000] [--repeat 3]
+        [--sizes 1000 4000 13439 26878] [--repeat 3] [--gzip FILE.gz]
 
 FILE defaults to /tmp/bi/big.sdf (bench/make_inputs.sh /tmp/bi). The summary: read_dataframe,
 then the non-missing values of every column and the totals of the counts, once with the data
 items found by read_dataframe's first pass (data_items=None: the rows are read and kept on
 the workers, then made into frames) and once with them named (one task a partition). Times
-are medians of --repeat runs, after a first run that opens the file on each worker.
+are medians of --repeat runs, after a first run that opens the file on each worker. Then
+the file converted to Mol2 files by to_files, and with --gzip, the entries of a compressed
+copy counted: the first time, each worker process indexes the file (reading it through).
 
 The scheduler's cost a partition is measured twice: as the wall time of empty tasks, and as
 the slope of the summary's time against its number of partitions (a least-squares line over
@@ -19,7 +21,9 @@ under 5% of it from P = 19 * w * slope / (work an entry).
 """
 
 import argparse
+import os
 import statistics
+import tempfile
 import time
 
 import dask
@@ -43,6 +47,15 @@ def summarise(path, entries_per_partition, data_items):
     return dask.compute(frame.count(), frame[["molecules", "atoms", "bonds"]].sum())
 
 
+def convert(path, entries_per_partition, out_dir):
+    bag = kd.read_bag(path, entries_per_partition)
+    kd.to_files(bag, os.path.join(out_dir, "part-*.mol2"))
+
+
+def count(path, entries_per_partition):
+    return kd.read_bag(path, entries_per_partition).count().compute()
+
+
 def nothing(i):
     return i
 
@@ -55,9 +68,11 @@ def empty_tasks(n):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("file", nargs="?", default="/tmp/bi/big.sdf")
-    parser.add_argument("--sizes", type=int, nargs="+", default=[250, 1000, 4000, 16000])
+    parser.add_argument("--sizes", type=int, nargs="+", default=[1000, 4000, 13439, 26878])
     parser.add_argument("--repeat", type=int, default=3)
     parser.add_argument("--empty-tasks", type=int, default=2000)
+    parser.add_argument("--gzip", help="the same file gzip-compressed: times counting its "
+                        "entries, the first time (each worker indexes it) and again")
     args = parser.parse_args()
 
     with kora.open(args.file) as db:
@@ -97,6 +112,17 @@ def main():
                 print(f"  {slope * 1e3:.2f} ms a partition, {intercept:.2f} s without "
                       f"partitions ({entries / intercept / 1e3:.0f}k entries/s); overhead < 5% "
                       f"from {smallest:,.0f} entries a partition")
+            size = kd.DEFAULT_ENTRIES_PER_PARTITION
+            with tempfile.TemporaryDirectory() as out_dir:
+                elapsed = median_time(lambda: convert(args.file, size, out_dir), args.repeat)
+            print(f"  to_files as Mol2, {size} entries a partition: {elapsed:.2f} s")
+            if args.gzip:
+                start = time.perf_counter()
+                count(args.gzip, size)
+                first = time.perf_counter() - start
+                again = median_time(lambda: count(args.gzip, size), args.repeat)
+                print(f"  counting {args.gzip}, {size} entries a partition: {first:.2f} s the "
+                      f"first time, {again:.2f} s again")
         cluster.close()
     print("\nscaling from 1 to 2 workers (time with 1 / time with 2)")
     for mode in modes:

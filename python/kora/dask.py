@@ -111,15 +111,17 @@ def _shards(paths, entries_per_partition, format, classic, save_index):
     shards = []
     first = 0
     for path in _expand(paths):
+        # Taken before indexing: a change made after it is one the tasks see.
+        stat = os.stat(path)
+        source = Source(os.path.abspath(path), format, classic, stat.st_size, stat.st_mtime_ns)
         with kora.open(path, format=format, classic=classic) as db:
             count = len(db)
+            # A file of one partition is opened by one worker: it indexes it once anyway.
             if save_index and count > entries_per_partition:
                 try:
                     db.save_index()
                 except (kora.DatabaseError, OSError):
                     pass  # compressed, or a directory we cannot write: workers index it
-        stat = os.stat(path)
-        source = Source(os.path.abspath(path), format, classic, stat.st_size, stat.st_mtime_ns)
         for start in range(0, count, entries_per_partition):
             stop = min(start + entries_per_partition, count)
             shards.append(_Shard(source, start, stop, first + start))
@@ -226,9 +228,9 @@ def read_bag(paths, entries_per_partition=DEFAULT_ENTRIES_PER_PARTITION, format=
 
     paths: a path, a glob pattern or a list of them. Each partition is a range of at most
     entries_per_partition entries of one file, in file order; format and classic are those
-    of kora.open. The files are indexed here, once; save_index=True saves each index beside
-    its file (when the file is not compressed and its directory writable) so that the
-    workers' opens read it instead of indexing again. Raises what kora.open raises; a task
+    of kora.open. The files are indexed here, once; save_index=True saves the index of each
+    file of more than one partition beside it (when the file is not compressed and its
+    directory writable) so that the workers' opens read it instead of indexing again. Raises what kora.open raises; a task
     raises kora.dask.FileChangedError when its file changed after indexing.
     """
     shards = _shards(paths, entries_per_partition, format, classic, save_index)
