@@ -183,10 +183,6 @@ def _read_frame(shard, data_names):
     return _rows_frame(_read_rows(shard), data_names, shard.first)
 
 
-def _rows_data_names(rows):
-    return _data_names(rows)
-
-
 def _write_partition(items, target, format, v3000, classic):
     """Writes a partition's records (read again from their sources), entries or molecules
     to one file and gives its name."""
@@ -260,7 +256,7 @@ def read_dataframe(paths, entries_per_partition=DEFAULT_ENTRIES_PER_PARTITION, f
     persisted = data_items is None
     if persisted:
         rows = dask.persist(*[dask.delayed(_read_rows, pure=True)(shard) for shard in shards])
-        names = dask.compute(*[dask.delayed(_rows_data_names, pure=True)(r) for r in rows])
+        names = dask.compute(*[dask.delayed(_data_names, pure=True)(r) for r in rows])
         data_items = list(dict.fromkeys(name for found in names for name in found))
     data_items = list(data_items)
     meta = _summary_table(pandas, [], data_items)
