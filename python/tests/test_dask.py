@@ -230,3 +230,18 @@ def test_the_example_summarises_data_items_as_pandas_does(client, inputs, repo_d
     assert summary.loc["MW", ["min", "mean", "max"]].tolist() == pytest.approx(
         [mw.min(), mw.mean(), mw.max()])
     assert summary.loc["NOTE0"].isna()["mean"]
+
+
+@pytest.mark.parametrize("folder", ["sdf", "mol2", "pdb", "res"])
+def test_corpus_files_read_as_sequentially(client, corpus_dir, folder):
+    """Every corpus file of the folder whose entries all read (a task stops at a failure, as
+    a sequential read does)."""
+    expected = {}
+    for path in sorted((corpus_dir / folder).iterdir()):
+        try:
+            expected[path] = sequential(path)
+        except (kora.DatabaseError, ValueError):
+            continue
+    records = kd.read_bag(list(expected), entries_per_partition=3, save_index=False).compute()
+    for path, entries in expected.items():
+        assert_records_match([r for r in records if r.source.path == str(path)], entries, path)
