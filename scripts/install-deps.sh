@@ -6,7 +6,8 @@ set -euo pipefail
 #   install-deps.sh           what building and testing need
 #   install-deps.sh --fuzz    also clang and its sanitizer runtimes, for the fuzzers
 #   install-deps.sh --python  also pybind11, the Python headers, pytest, numpy, pandas, mypy,
-#                             and venv, pip, setuptools and wheel to build and install the package
+#                             Dask and its distributed scheduler (kora.dask), and venv, pip,
+#                             setuptools and wheel to build and install the package
 #   install-deps.sh --rdkit   also RDKit for Python, to compare against
 #   install-deps.sh --gemmi   also gemmi for Python (Entry.to_gemmi)
 #   install-deps.sh --peers   also the Python readers of RDKit, Open Babel, gemmi and cctbx
@@ -17,7 +18,8 @@ for option in "$@"; do
   case $option in
     --fuzz) packages+=(clang-14 libclang-rt-14-dev) ;;
     --python) packages+=(pybind11-dev python3-dev python3-pytest python3-numpy python3-pandas
-                         python3-mypy python3-venv python3-pip python3-setuptools python3-wheel) ;;
+                         python3-mypy python3-dask python3-distributed python3-venv python3-pip
+                         python3-setuptools python3-wheel) ;;
     --rdkit) packages+=(python3-rdkit) ;;
     --gemmi) packages+=(python3-gemmi) ;;
     --peers) packages+=(python3-rdkit python3-openbabel python3-gemmi python3-cctbx) ;;

@@ -59,6 +59,42 @@ _SUMMARY_COLUMNS = ("identifier", "molecules", "atoms", "bonds", "formula", "cha
 _CELL_COLUMNS = ("a", "b", "c", "alpha", "beta", "gamma")
 
 
+def _summary_table(pandas, rows, data_names=None, index=None):
+    """A pandas.DataFrame of summary rows (the tuples of Database._summaries), one row each.
+
+    data_names: the SD data items to make columns of, in order; None takes every name the
+    rows have, in order of first appearance. index: the frame's index (a RangeIndex from 0
+    when None). Database.to_pandas and kora.dask.read_dataframe stand on it, so that both
+    give the same columns with the same types.
+    """
+    columns = {name: [] for name in _SUMMARY_COLUMNS}
+    for *counts, cell, symbol, number, _ in rows:
+        for name, value in zip(_SUMMARY_COLUMNS[:6], counts):
+            columns[name].append(value)
+        for name, value in zip(_CELL_COLUMNS, cell or (math.nan,) * 6):
+            columns[name].append(value)
+        columns["spacegroup"].append(symbol)
+        columns["spacegroup_number"].append(number)
+    if data_names is None:
+        data_names = _data_names(rows)
+    types = dict.fromkeys(("molecules", "atoms", "bonds", "charge"), "int64")
+    types.update(dict.fromkeys(_CELL_COLUMNS, "float64"), spacegroup_number="Int64")
+    table = {name: pandas.array(values, dtype=types.get(name, object))
+             for name, values in columns.items()}
+    for name in data_names:
+        table["data:" + name if name in columns else name] = pandas.array(
+            [row[-1].get(name) for row in rows], dtype=object)
+    return pandas.DataFrame(table, index=index)
+
+
+def _data_names(rows):
+    """The names of the SD data items of summary rows, in order of first appearance."""
+    names = {}
+    for row in rows:
+        names.update(dict.fromkeys(row[-1]))
+    return list(names)
+
+
 def _database_to_pandas(self):
     """A pandas.DataFrame with one row per entry, in file order.
 
@@ -71,27 +107,7 @@ def _database_to_pandas(self):
     cannot be read.
     """
     pandas = _require("pandas", "Database.to_pandas", "python3-pandas")
-    columns = {name: [] for name in _SUMMARY_COLUMNS}
-    data_columns = {}  # by item name
-    for index, row in enumerate(self._summaries()):
-        *counts, cell, symbol, number, data = row
-        for name, value in zip(_SUMMARY_COLUMNS[:6], counts):
-            columns[name].append(value)
-        for name, value in zip(_CELL_COLUMNS, cell or (math.nan,) * 6):
-            columns[name].append(value)
-        columns["spacegroup"].append(symbol)
-        columns["spacegroup_number"].append(number)
-        for name in data:
-            data_columns.setdefault(name, [None] * index)
-        for name, values in data_columns.items():
-            values.append(data.get(name))
-    types = dict.fromkeys(("molecules", "atoms", "bonds", "charge"), "int64")
-    types.update(dict.fromkeys(_CELL_COLUMNS, "float64"), spacegroup_number="Int64")
-    table = {name: pandas.array(values, dtype=types.get(name, object))
-             for name, values in columns.items()}
-    for name, values in data_columns.items():
-        table["data:" + name if name in columns else name] = pandas.array(values, dtype=object)
-    return pandas.DataFrame(table)
+    return _summary_table(pandas, self._summaries())
 
 
 Database.to_pandas = _database_to_pandas
