@@ -25,6 +25,13 @@ inline bool begins_with(std::string_view line, std::string_view text) {
   return line.substr(0, text.size()) == text;
 }
 
+// Whether a line ends an SD record: in classic reading, any line with "$$$$" in it; in
+// standard reading only the separator line itself, which begins with "$$$$", so that a data
+// value holding the text ("price 5$$$$") is kept as written.
+inline bool ends_record(std::string_view line, bool standard) {
+  return standard ? begins_with(line, "$$$$") : line.find("$$$$") != std::string_view::npos;
+}
+
 // Base-10 integer prefix of the text; saturates at the limits of int.
 int c_int(std::string_view text) noexcept;
 // Decimal floating-point prefix of the text (with "inf" and "nan" as the C library reads

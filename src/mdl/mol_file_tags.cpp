@@ -45,7 +45,7 @@ void MolFile::TagCollection::read(std::istream& is) {
   read_(is, {});
 }
 
-void MolFile::TagCollection::read_(std::istream& is, std::string_view first_header) {
+void MolFile::TagCollection::read_(std::istream& is, std::string_view first_header, bool standard) {
   if (is.eof()) return;
   std::string header(first_header);
   auto values = make_handle<Values>();
@@ -72,7 +72,7 @@ void MolFile::TagCollection::read_(std::istream& is, std::string_view first_head
     if (line.empty()) {
       store();
       unconsumed = 0;
-    } else if (line.find("$$$$") != std::string::npos) {
+    } else if (detail::ends_record(line, standard)) {
       store();
       return;
     } else if (inside) {

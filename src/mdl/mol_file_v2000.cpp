@@ -104,7 +104,8 @@ void MolFile::read_V2000(std::istream& is) {
   std::string first_header;  // a data header that ended the table
   while (!is.eof()) {
     kora::getline(is, line);
-    if (line.find("$$$$") != std::string::npos || detail::stream_exhausted(is, line)) {
+    if (detail::ends_record(line, read_options().standard()) ||
+        detail::stream_exhausted(is, line)) {
       ended = true;
       break;
     }
@@ -170,7 +171,7 @@ void MolFile::read_V2000(std::istream& is) {
     }
   }
 
-  if (!ended) tags_->read_(is, first_header);
+  if (!ended) tags_->read_(is, first_header, read_options().standard());
   if (zero_z == natoms && dimensional_code_ != "3D" && dimensional_code_ != "3d") two_d_ = true;
   record_structure_details_(zero_z == static_cast<int>(atoms->size()));
   try {

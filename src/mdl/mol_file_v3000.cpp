@@ -230,7 +230,8 @@ void MolFile::read_V3000(std::istream& is) {
   bool continued = false;
   while (!is.eof()) {
     kora::getline(is, line);
-    if (line.find("$$$$") != std::string::npos || detail::stream_exhausted(is, line)) {
+    if (detail::ends_record(line, read_options().standard()) ||
+        detail::stream_exhausted(is, line)) {
       ended = true;
       cut_short = detail::stream_exhausted(is, line);
       break;
@@ -261,7 +262,7 @@ void MolFile::read_V3000(std::istream& is) {
     }
   }
 
-  if (!ended) tags_->read(is);
+  if (!ended) tags_->read_(is, {}, read_options().standard());
   bool const flat = zero_z == static_cast<int>(atoms->size());
   if (flat && dimensional_code_ != "3D" && dimensional_code_ != "3d") two_d_ = true;
   record_structure_details_(flat);

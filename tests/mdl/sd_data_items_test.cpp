@@ -58,6 +58,38 @@ TEST(SdDataItems, AtTheEndAnOpenItemIsDroppedAndStrayLinesGoBack) {
   EXPECT_EQ(line, "not an item");
 }
 
+// Classic reading ends a record at any line with "$$$$" in it; standard reading only at the
+// separator line, so a value holding the text is kept, in V2000 and V3000 records alike.
+TEST(SdDataItems, DollarsInsideAValue) {
+  std::string const v2000 =
+      "name\n  kora\n\n  1  0  0  0  0  0  0  0  0  0999 V2000\n"
+      "    0.0000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\nM  END\n";
+  std::string const v3000 =
+      "name\n  kora\n\n  0  0  0     0  0            999 V3000\nM  V30 BEGIN CTAB\n"
+      "M  V30 COUNTS 1 0 0 0 0\nM  V30 BEGIN ATOM\nM  V30 1 C 0 0 0 0\nM  V30 END ATOM\n"
+      "M  V30 END CTAB\nM  END\n";
+  std::string const items = "> <price>\n5$$$$\n\n> <after>\nyes\n\n$$$$\n";
+  for (std::string const& table : {v2000, v3000}) {
+    for (bool const standard : {false, true}) {
+      std::istringstream in(table + items);
+      MolFile file;
+      if (standard) file.set_read_options(kora::ReadOptions::standard_mode());
+      file.read(in);
+      SCOPED_TRACE(std::string(standard ? "standard " : "classic ") + table.substr(40, 30));
+      ASSERT_EQ(file.molecule()->natoms(), 1);
+      if (standard) {
+        ASSERT_EQ(file.tags()->size(), 2);
+        EXPECT_EQ(*file.tags()->values("price"), (Lines{"5$$$$"}));
+        EXPECT_EQ(*file.tags()->values("after"), (Lines{"yes"}));
+      } else {
+        // The item that was open is kept with the values before the line.
+        EXPECT_EQ(file.tags()->size(), 1);
+        EXPECT_EQ(printed(*file.tags()), "> <price>\n\n");
+      }
+    }
+  }
+}
+
 TEST(SdDataItems, AddReplacesAnItemOfTheSameKey) {
   MolFile file;
   file.add_sd_tag("zeta", "z");

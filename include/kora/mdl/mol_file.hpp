@@ -66,8 +66,9 @@ class MolFile : public MoleculeFile {
 
    private:
     friend class MolFile;
-    // read, with an item whose header line the caller has already read (when not empty).
-    void read_(std::istream& is, std::string_view first_header);
+    // read, with an item whose header line the caller has already read (when not empty);
+    // `standard`: only a line beginning with "$$$$" ends the record.
+    void read_(std::istream& is, std::string_view first_header, bool standard = false);
 
     THandle<Map> items_;
   };
