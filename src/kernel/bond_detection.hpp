@@ -14,6 +14,10 @@
 
 namespace kora::detail::bonding {
 
+// Kept out of the library's exported symbols, like file-local code: the functions are then
+// not interposable, so the compiler may inline them within each file.
+#pragma GCC visibility push(hidden)
+
 inline constexpr double minimum_distance_squared =
     BondDistanceLimit::minimum_distance * BondDistanceLimit::minimum_distance;
 
@@ -84,5 +88,7 @@ THandle<std::vector<THandle<BondData>>> bond_handles(std::vector<std::pair<int, 
 // hydrogen keeps only its bond to the nearest partner. `found` is sorted and stays so.
 void prune_hydrogen_pairs(std::vector<std::pair<int, int>>& found,
                           std::vector<THandle<Atom>> const& atoms);
+
+#pragma GCC visibility pop
 
 }  // namespace kora::detail::bonding

@@ -20,6 +20,10 @@
 
 namespace kora::detail::bonding {
 
+// Kept out of the library's exported symbols, like file-local code: the functions are then
+// not interposable, so the compiler may inline them within each file.
+#pragma GCC visibility push(hidden)
+
 // Two positions of the same atom closer than this (angstroms) are the same position: an atom
 // on a special position reached through two operators, or a translation of itself.
 inline constexpr double same_position_tolerance = 0.05;
@@ -170,5 +174,7 @@ class CrystalBuilder {
   std::vector<int> next_in_bucket_;  // per member
   std::deque<int> given_queue_, copy_queue_;
 };
+
+#pragma GCC visibility pop
 
 }  // namespace kora::detail::bonding

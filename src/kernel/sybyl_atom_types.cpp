@@ -1,5 +1,6 @@
-// SYBYL typing, once bond orders are known: aromatic rings, implicit hydrogens, and the
-// type of each atom and bond.
+// SYBYL typing: the order of the steps (rings, bond orders, then, here, aromatic rings,
+// implicit hydrogens and the type of each atom and bond). The loops over atoms and bonds stay
+// in the file of the functions they call, so that these can be inlined.
 
 #include <algorithm>
 #include <cstddef>
@@ -10,6 +11,23 @@
 #include "kernel/sybyl_typer_internal.hpp"
 
 namespace kora::detail::sybyl {
+
+SybylTypes Typer::run() {
+  find_ring_bonds_();
+  find_rings_();
+  infer_orders_();
+  perceive_aromaticity_();
+  count_implicit_hydrogens_();
+
+  SybylTypes types;
+  types.atoms.reserve(n_);
+  for (int i = 0; i < n_; ++i)
+    types.atoms.push_back(atom_type_(i));
+  types.bonds.reserve(bonds_.size());
+  for (int b = 0; b < static_cast<int>(bonds_.size()); ++b)
+    types.bonds.push_back(bond_type_(b, types.atoms));
+  return types;
+}
 
 // ---------------------------------------------------------------------------------------
 // Aromaticity and hydrogens

@@ -1,5 +1,5 @@
-// SYBYL typing of a molecule: reading its atoms and bonds into the typer, the order of the
-// steps (rings, bond orders, aromaticity, hydrogens, types), and the public entry points.
+// SYBYL typing of a molecule: reading its atoms and bonds into the typer, and the public
+// entry points.
 
 #include "kernel/sybyl_typer.hpp"
 
@@ -96,23 +96,6 @@ Typer::Typer(Molecule const& molecule) : n_(molecule.natoms()) {
   degree_.resize(n_);
   aromatic_.assign(n_, 0);
   aromatic6_.assign(n_, 0);
-}
-
-SybylTypes Typer::run() {
-  find_ring_bonds_();
-  find_rings_();
-  infer_orders_();
-  perceive_aromaticity_();
-  count_implicit_hydrogens_();
-
-  SybylTypes types;
-  types.atoms.reserve(n_);
-  for (int i = 0; i < n_; ++i)
-    types.atoms.push_back(atom_type_(i));
-  types.bonds.reserve(bonds_.size());
-  for (int b = 0; b < static_cast<int>(bonds_.size()); ++b)
-    types.bonds.push_back(bond_type_(b, types.atoms));
-  return types;
 }
 
 }  // namespace sybyl

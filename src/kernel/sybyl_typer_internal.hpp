@@ -1,9 +1,9 @@
 #pragma once
 
 // The SYBYL typer's state, shared by the files that do its work: sybyl_typer.cpp (reading the
-// molecule, the order of the steps and the public entry points), sybyl_rings.cpp (ring
-// perception), sybyl_bond_orders.cpp (inference of unknown bond orders) and
-// sybyl_atom_types.cpp (aromaticity, implicit hydrogens, atom and bond types).
+// molecule, and the public entry points), sybyl_rings.cpp (ring perception),
+// sybyl_bond_orders.cpp (inference of unknown bond orders) and sybyl_atom_types.cpp (the
+// order of the steps; aromaticity, implicit hydrogens, atom and bond types).
 
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +14,10 @@
 #include "kora/kernel/molecule.hpp"
 
 namespace kora::detail::sybyl {
+
+// Kept out of the library's exported symbols, like file-local code: the functions are then
+// not interposable, so the compiler may inline them within each file.
+#pragma GCC visibility push(hidden)
 
 // Bond orders as the typer sees them. Delocalised covers aromatic bonds and resonance
 // bonds such as those of a carboxylate; other covers polymeric and pi bonds, which count
@@ -129,5 +133,7 @@ class Typer {
   std::vector<char> aromatic6_;          // atom in a six-membered aromatic ring
   std::vector<int> valence_degree_;      // organic neighbours plus implicit hydrogens
 };
+
+#pragma GCC visibility pop
 
 }  // namespace kora::detail::sybyl
