@@ -948,7 +948,8 @@ PYBIND11_MODULE(_kora, m) {
           },
           "Saves the index beside the file (its name followed by .kora-index) and gives that "
           "file's name: opening the same file with the same options reads it instead of "
-          "indexing, while the file is unchanged. A compressed file raises kora.DatabaseError.")
+          "indexing, while the file is unchanged (a gzip file's index keeps its decompression "
+          "checkpoints). Standard input raises kora.DatabaseError.")
       .def_property_readonly(
           "identifiers",
           [](Database const& db) {

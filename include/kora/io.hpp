@@ -125,8 +125,9 @@ class Entries {
   /// Saves the index beside the input (the input's name followed by ".kora-index"), so that
   /// opening the same bytes again with the same format and options reads it instead of
   /// indexing; a saved index that no longer fits its file (another size, time or checksum of
-  /// the first and last blocks) is ignored. Gives the saved file's name. Standard input, a
-  /// compressed file and an input read as one entry throw io_error.
+  /// the first and last blocks) is ignored. A gzip file's index keeps its decompression
+  /// checkpoints. Gives the saved file's name. Standard input and an input read as one entry
+  /// throw io_error.
   std::string save_index() const;
   /// The index of the first entry with exactly this identifier; -1 when there is none.
   int find(std::string const& identifier) const;
@@ -167,10 +168,10 @@ Entries open(std::string const& path, OpenOptions const& options = {});
 
 /// One entry as ReadAhead hands it on.
 struct EntryRead {
-  int index = -1;                                ///< the entry's index in its input
+  int index = -1;  ///< the entry's index in its input
   /// Null when it could not be read, or when the options let go of entries.
   THandle<CrystalStructureDatabaseEntry> entry;
-  std::string output;                            ///< what the work made of the entry
+  std::string output;  ///< what the work made of the entry
   /// Why the entry could not be read (database_error, worded as Entries::entry words it), or
   /// what the work threw; null when all went well.
   std::exception_ptr error;

@@ -13,11 +13,12 @@ on the workers, so that what it writes carries everything the source entry had (
 atom types, charges), not only what a record holds.
 
 Opening costs: the client opens each file once to index it. With save_index=True (the
-default) the index is saved beside the file (FILE.kora-index), and each worker's open of an
-uncompressed file then reads the saved index instead of the file. A compressed file's index
-is not saved: each worker process indexes it once (inflating it once) and keeps the
-database open; a task then inflates from the index's nearest decompression checkpoint
-before its range. Each worker process keeps its open databases for later tasks.
+default) the index is saved beside the file (FILE.kora-index), and each worker's open of the
+file then reads the saved index instead of the file; a gzip file's saved index holds its
+decompression checkpoints, so a task inflates only from the checkpoint before its range.
+Without a saved index (save_index=False, or a folder that cannot be written) each worker
+process indexes the file once (inflating a gzip file once). Each worker process keeps its
+open databases for later tasks.
 
 Importing this module raises ImportError when Dask is not installed.
 """
@@ -121,7 +122,7 @@ def _shards(paths, entries_per_partition, format, classic, save_index):
                 try:
                     db.save_index()
                 except (kora.DatabaseError, OSError):
-                    pass  # compressed, or a directory we cannot write: workers index it
+                    pass  # a directory we cannot write: the workers index the file
         for start in range(0, count, entries_per_partition):
             stop = min(start + entries_per_partition, count)
             shards.append(_Shard(source, start, stop, first + start))
@@ -225,8 +226,8 @@ def read_bag(paths, entries_per_partition=DEFAULT_ENTRIES_PER_PARTITION, format=
     paths: a path, a glob pattern or a list of them. Each partition is a range of at most
     entries_per_partition entries of one file, in file order; format and classic are those
     of kora.open. The files are indexed here, once; save_index=True saves the index of each
-    file of more than one partition beside it (when the file is not compressed and its
-    directory writable) so that the workers' opens read it instead of indexing again. Raises what kora.open raises; a task
+    file of more than one partition beside it (when its directory is writable) so that the
+    workers' opens read it instead of indexing again. Raises what kora.open raises; a task
     raises kora.dask.FileChangedError when its file changed after indexing.
     """
     shards = _shards(paths, entries_per_partition, format, classic, save_index)

@@ -59,6 +59,13 @@ void GzipIndex::add(Checkpoint point) {
   spacing_ *= 2;
 }
 
+void GzipIndex::restore(std::vector<Checkpoint> points, std::int64_t size) {
+  points_ = std::move(points);
+  windows_ = static_cast<std::size_t>(std::count_if(
+      points_.begin(), points_.end(), [](Checkpoint const& p) { return !p.window.empty(); }));
+  complete(size);
+}
+
 Checkpoint const* GzipIndex::at_or_before(std::int64_t out) const {
   auto const after =
       std::upper_bound(points_.begin(), points_.end(), out,

@@ -56,6 +56,10 @@ class GzipIndex {
   // The last checkpoint at or before text offset `out`; null when there is none.
   Checkpoint const* at_or_before(std::int64_t out) const;
   Checkpoint const* last() const { return points_.empty() ? nullptr : &points_.back(); }
+  std::vector<Checkpoint> const& points() const { return points_; }
+  // The checkpoints and text length of a complete index made before (a saved index), in
+  // place of those reading would take.
+  void restore(std::vector<Checkpoint> points, std::int64_t size);
 
   // The whole text has been inflated once: its length is known.
   void complete(std::int64_t size) {

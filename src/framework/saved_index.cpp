@@ -6,11 +6,16 @@
 //     bytes up to a multiple of 8 bytes from the start
 //   u64 size, i64 modification time (ns), u64 checksum of the first and last blocks: the
 //     indexed file as it was examined before indexing
-//   u64 n, then n i64 entry starts, n u64 ends of the identifiers in the names, the names
-// Loading maps the file into memory and uses the starts, ends and names where they lie (no
-// copy, so a file of millions of entries opens in milliseconds); every count is checked
-// against the file's length and every identifier and start checked before the index is used:
-// a damaged or foreign file is ignored like a missing one.
+//   u64 n, then n i64 entry starts, n u64 ends of the identifiers in the names, the names,
+//     zero bytes up to a multiple of 8
+//   for a gzip file: u64 length of the text, u64 m, then m decompression checkpoints, each
+//     i64 text offset, i64 compressed offset, u64 bits, u64 window length and the window,
+//     zero bytes up to a multiple of 8
+// Starts are offsets in the text (the inflated text of a gzip file). Loading maps the file into
+// memory and uses the starts, ends and names where they lie (no copy, so a file of millions of
+// entries opens in milliseconds); every count is checked against the file's length and every
+// identifier and start checked before the index is used: a damaged or foreign file is ignored like
+// a missing one.
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -22,8 +27,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <random>
+#include <vector>
 
+#include "framework/gzip.hpp"
 #include "kora/framework/flat_file_database.hpp"
 #include "kora/kernel/database_entry_identifier.hpp"
 
@@ -31,7 +39,10 @@ namespace kora {
 
 namespace {
 
-constexpr char magic[8] = {'K', 'O', 'R', 'A', 'I', 'D', 'X', 1};
+constexpr char magic[8] = {'K', 'O', 'R', 'A', 'I', 'D', 'X', 2};
+
+// The longest window a checkpoint can need: what deflate may refer back to.
+constexpr std::uint64_t max_window = 32768;
 
 void put(std::string& out, std::uint64_t value) {
   for (int k = 0; k < 8; ++k)
@@ -96,18 +107,47 @@ class Cursor {
     out = std::span<T const>(reinterpret_cast<T const*>(b.data()), static_cast<std::size_t>(count));
     return true;
   }
-  // Every byte not read yet.
-  std::string_view rest() {
-    std::string_view const r = bytes_.substr(at_);
-    at_ = bytes_.size();
-    return r;
-  }
   std::size_t at() const { return at_; }
+  // Skips the zero bytes up to the next multiple of 8.
+  bool align() {
+    std::string_view padding;
+    return take((8 - at_ % 8) % 8, padding);
+  }
 
  private:
   std::string_view bytes_;
   std::size_t at_ = 0;
 };
+
+// The text length and checkpoints of a gzip file's saved index, checked: offsets in order and
+// within the text and the compressed file, bit counts and windows as deflate has them.
+bool load_checkpoints(Cursor& in, std::uint64_t compressed_size, std::uint64_t& text_size,
+                      std::vector<detail::Checkpoint>& points) {
+  std::uint64_t count = 0;
+  if (!in.number(text_size) || !in.number(count) ||
+      text_size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+    return false;
+  std::int64_t last_out = -1;
+  for (std::uint64_t k = 0; k < count; ++k) {
+    std::uint64_t out = 0;
+    std::uint64_t at = 0;
+    std::uint64_t bits = 0;
+    std::uint64_t length = 0;
+    std::string_view window;
+    if (!in.number(out) || !in.number(at) || !in.number(bits) || !in.number(length) ||
+        out > text_size || at > compressed_size || bits > 7 || length > max_window ||
+        static_cast<std::int64_t>(out) <= last_out ||
+        !in.take(static_cast<std::size_t>(length), window) || !in.align())
+      return false;
+    last_out = static_cast<std::int64_t>(out);
+    detail::Checkpoint& point = points.emplace_back();
+    point.out = static_cast<std::int64_t>(out);
+    point.in = static_cast<std::int64_t>(at);
+    point.bits = static_cast<int>(bits);
+    point.window.assign(window.begin(), window.end());
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -119,7 +159,7 @@ std::optional<detail::EntryIndex> detail::load_saved_index(IndexedFile const& fi
                                                            std::string const& key) {
   std::optional<std::uint64_t> const checksum = file.checksum();
   FileState const& state = file.state();
-  if (file.compressed() || !checksum || state.kind != FileState::regular) return std::nullopt;
+  if (!checksum || state.kind != FileState::regular) return std::nullopt;
   auto mapping = std::make_shared<Mapping const>(saved_index_name(file.file_name()));
   Cursor in(mapping->bytes());
   std::string_view head;
@@ -141,8 +181,14 @@ std::optional<detail::EntryIndex> detail::load_saved_index(IndexedFile const& fi
   std::span<std::int64_t const> starts;
   std::span<std::uint64_t const> name_ends;
   if (!in.array(count, starts) || !in.array(count, name_ends)) return std::nullopt;
-  std::string_view const names = in.rest();
-  // The identifiers must be identifiers, and the starts within the file.
+  std::string_view names;
+  if (!in.take(name_ends.empty() ? 0
+                                 : static_cast<std::size_t>(std::min<std::uint64_t>(
+                                       name_ends.back(), mapping->bytes().size())),
+               names) ||
+      !in.align())
+    return std::nullopt;
+  // The identifiers must be identifiers, and the starts within the text.
   std::uint64_t previous = 0;
   for (std::uint64_t const end : name_ends) {
     if (end < previous || end > names.size() ||
@@ -151,22 +197,24 @@ std::optional<detail::EntryIndex> detail::load_saved_index(IndexedFile const& fi
     previous = end;
   }
   if (previous != names.size()) return std::nullopt;
+  std::uint64_t text_size = size;
+  std::vector<detail::Checkpoint> points;
+  if (file.compressed() && !load_checkpoints(in, size, text_size, points)) return std::nullopt;
+  if (in.at() != mapping->bytes().size()) return std::nullopt;
   for (char const c : {'\r', '\n', '\0'}) {
     if (std::memchr(names.data(), c, names.size()) != nullptr) return std::nullopt;
   }
   for (std::int64_t const start : starts) {
-    if (start < 0 || static_cast<std::uint64_t>(start) > size) return std::nullopt;
+    if (start < 0 || static_cast<std::uint64_t>(start) > text_size) return std::nullopt;
   }
+  if (file.compressed())
+    file.gzip_index()->restore(std::move(points), static_cast<std::int64_t>(text_size));
   return EntryIndex(std::move(mapping), starts, name_ends, names);
 }
 
 void detail::save_index(IndexedFile const& file, std::string const& key, EntryIndex const& index) {
   std::string const target = saved_index_name(file.file_name());
   std::optional<std::uint64_t> const checksum = file.checksum();
-  if (file.compressed()) {
-    throw database_error("the index of " + file.file_name() +
-                         " is not saved: a compressed file is indexed as it is read");
-  }
   if (!checksum) throw database_error(file.file_name() + ": cannot be read");
   std::string out(magic, sizeof magic);
   std::uint32_t const key_size = static_cast<std::uint32_t>(key.size());
@@ -184,6 +232,19 @@ void detail::save_index(IndexedFile const& file, std::string const& key, EntryIn
   for (std::uint64_t const end : index.name_ends())
     put(out, end);
   out += index.names();
+  out.append((8 - out.size() % 8) % 8, '\0');
+  if (detail::GzipIndex const* gzip = file.gzip_index()) {
+    put(out, static_cast<std::uint64_t>(gzip->size()));
+    put(out, gzip->points().size());
+    for (detail::Checkpoint const& point : gzip->points()) {
+      put(out, static_cast<std::uint64_t>(point.out));
+      put(out, static_cast<std::uint64_t>(point.in));
+      put(out, static_cast<std::uint64_t>(point.bits));
+      put(out, point.window.size());
+      out.append(point.window.begin(), point.window.end());
+      out.append((8 - out.size() % 8) % 8, '\0');
+    }
+  }
 
   // Through a temporary file beside the target, so that a reader never finds half of it.
   std::random_device random;

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -223,6 +224,27 @@ TEST(CompressedInput, RandomAccessInflatesAtMostOneCheckpointInterval) {
     ASSERT_EQ(indexed.read(std::streamoff(positions[10]), ends[10], entry),
               detail::IndexedFile::complete);
     EXPECT_EQ(entry.substr(0, 5), "mol10");
+
+    // A saved index keeps the checkpoints: a later open reads the middle entry as cheaply,
+    // with no pass over the file; one cut short is not used.
+    detail::EntryIndex index;
+    for (std::size_t k = 0; k < starts.size(); ++k)
+      index.add(identifiers[k].str(), starts[k]);
+    detail::save_index(indexed, "key", index);
+    detail::IndexedFile reopened(file);
+    std::optional<detail::EntryIndex> const loaded = detail::load_saved_index(reopened, "key");
+    ASSERT_TRUE(loaded.has_value()) << name;
+    ASSERT_EQ(loaded->size(), starts.size());
+    EXPECT_EQ(loaded->start(middle), begin);
+    EXPECT_EQ(reopened.finish_indexing(), static_cast<std::int64_t>(text.size()));
+    ASSERT_EQ(reopened.read(begin, ends[middle], entry), detail::IndexedFile::complete);
+    EXPECT_EQ(entry, text.substr(static_cast<std::size_t>(begin),
+                                 static_cast<std::size_t>(ends[middle] - begin)));
+    EXPECT_LE(reopened.inflated(), bound + static_cast<std::int64_t>(entry.size())) << name;
+    std::string const saved = saved_index_name(file);
+    fs::resize_file(saved, fs::file_size(saved) - 8);
+    detail::IndexedFile cut(file);
+    EXPECT_FALSE(detail::load_saved_index(cut, "key").has_value()) << name;
   }
 }
 

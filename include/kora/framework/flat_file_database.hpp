@@ -62,8 +62,8 @@ class FlatFileDatabaseIndex {
   virtual ReadOptions const& read_options() const = 0;
   /// Writes the index beside the file (saved_index_name), for databases opened over the same
   /// bytes with the same key (SavedIndexKey) to use instead of indexing. A compressed file's
-  /// index is not saved (its decompression checkpoints are made by reading it); failures throw
-  /// database_error.
+  /// index keeps its decompression checkpoints too, so that reading through it inflates only
+  /// from the checkpoint before an entry; failures throw database_error.
   virtual void save_index(std::string const& key) const = 0;
 };
 
@@ -143,6 +143,8 @@ class IndexedFile {
   // throws std::runtime_error naming the file.
   std::int64_t finish_indexing();
   bool compressed() const { return index_ != nullptr; }
+  // A gzip file's checkpoints; null for a plain file.
+  GzipIndex* gzip_index() const { return index_.get(); }
   std::string const& file_name() const { return file_name_; }
   // Bytes of text inflated by read() so far: what random access into a gzip file cost.
   std::int64_t inflated() const;
@@ -376,7 +378,7 @@ class FlatFileDatabase : public Database<Entry>, public FlatFileDatabaseIndex {
     if (!saved.key.empty()) loaded = detail::load_saved_index(indexed_, saved.key);
     if (loaded) {
       index_ = std::move(*loaded);
-      size = static_cast<std::int64_t>(indexed_.state().size);
+      size = indexed_.finish_indexing();  // the text's length: a gzip file's was loaded too
     } else {
       size = index_file_(std::forward<ReaderArguments>(reader_arguments)...);
     }
