@@ -99,6 +99,10 @@ class TestReadBag:
             records = kd.read_bag(inputs["dollar.sdf"], per_partition).compute()
             assert [r.identifier for r in records] == [f"R{n:02d}" for n in range(12)]
             assert [r.atoms for r in records] == [(21, 20, 24, 33, 26)[n % 5] for n in range(12)]
+            # The values keep their "$$$$" text: only the separator line ends a record.
+            assert [sorted(v for k, v in r.data.items() if k.startswith("NOTE"))
+                    for r in records] == [[f"price 5$$$$ {n}\n  $$$$ tail"] * (n % 3)
+                                          for n in range(12)]
 
     def test_files_follow_one_another_in_the_order_given(self, client, inputs):
         names = ["many.mol2", "many.sdf.gz", "many.pdb"]
