@@ -1,4 +1,5 @@
-// The facade: entries of any input (files, streams), one-line errors, writers and summaries.
+// The facade: entries of any input (files, streams), one-line errors and writers. The
+// summaries are checked through the command line program (tests/cli), which prints them.
 
 #include <gtest/gtest.h>
 
@@ -125,26 +126,6 @@ TEST_F(Facade, WritersTakeTheirFormatFromNameOrAlias) {
 
   EXPECT_THROW(kora::EntryWriter((dir_ / "out.xyz").string()), kora::unknown_format);
   EXPECT_THROW(kora::EntryWriter(mol2, "cif"), kora::unknown_format);
-}
-
-TEST_F(Facade, SummariesSayWhatTheEntryHas) {
-  kora::Entries const sd = kora::open(write("in.sdf", sd_text).string());
-  std::string const json = kora::summary_json(kora::summarise(0, *sd.entry(0)));
-  EXPECT_NE(json.find(R"("formula":"CO","charge":0,"cell":null,"spacegroup":null)"),
-            std::string::npos)
-      << json;
-  EXPECT_NE(json.find(R"("data":{"MW":["30.03"]})"), std::string::npos) << json;
-
-  std::string const res = write("x.ins",
-                                "TITL x\nCELL 0.71073 5 6 7 90 100 90\nZERR 2 0 0 0 0 0 0\n"
-                                "LATT 1\nSYMM -X, 0.5+Y, 0.5-Z\nSFAC C\nUNIT 4\n"
-                                "C1 1 0.1 0.2 0.3 11.0 0.02\nHKLF 4\nEND\n")
-                              .string();
-  kora::Summary const s = kora::summarise(0, *kora::open(res).entry(0));
-  EXPECT_TRUE(s.has_cell);
-  EXPECT_EQ(s.spacegroup, "P21/c");
-  EXPECT_NE(kora::summary_json(s).find(R"("spacegroup":{"symbol":"P21/c","number":14})"),
-            std::string::npos);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -76,6 +77,12 @@ std::vector<std::string> read_ahead(kora::Entries const& entries, std::vector<in
   return got;
 }
 
+std::vector<int> first(int count) {
+  std::vector<int> indices(static_cast<std::size_t>(count));
+  std::iota(indices.begin(), indices.end(), 0);
+  return indices;
+}
+
 class ReadAheadTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -99,9 +106,7 @@ TEST_F(ReadAheadTest, EveryThreadCountAndWindowGivesTheEntriesInOrder) {
        {write("r.sdf", text), write("r.sdf.gz", kora::test::gzip(text))}) {
     kora::Entries const entries(path);
     ASSERT_EQ(entries.size(), 1000);
-    std::vector<int> all(1000);
-    for (int i = 0; i < 1000; ++i)
-      all[static_cast<std::size_t>(i)] = i;
+    std::vector<int> const all = first(1000);
     // Out of order and repeated, as a caller may ask.
     std::vector<int> const some = {999, 3, 3, 50, 0, 147, 998};
     for (std::vector<int> const& indices : {all, some}) {
@@ -123,9 +128,7 @@ TEST_F(ReadAheadTest, EveryThreadCountAndWindowGivesTheEntriesInOrder) {
 
 TEST_F(ReadAheadTest, WorkFailuresStayWithTheirEntry) {
   kora::Entries const entries(write("w.sdf", sd_records(300)));
-  std::vector<int> all(300);
-  for (int i = 0; i < 300; ++i)
-    all[static_cast<std::size_t>(i)] = i;
+  std::vector<int> const all = first(300);
   kora::ReadAhead reading(entries, all, {2, 0},
                           [](int i, kora::CrystalStructureDatabaseEntry const&) {
                             if (i == 120) throw std::runtime_error("no room");
@@ -145,9 +148,7 @@ TEST_F(ReadAheadTest, WorkFailuresStayWithTheirEntry) {
 // A reader that stops early: the threads, waiting for room in the window, are stopped.
 TEST_F(ReadAheadTest, StoppingEarlyEndsTheThreads) {
   kora::Entries const entries(write("s.sdf", sd_records(2000)));
-  std::vector<int> all(2000);
-  for (int i = 0; i < 2000; ++i)
-    all[static_cast<std::size_t>(i)] = i;
+  std::vector<int> const all = first(2000);
   for (int taken : {0, 1, 100}) {
     kora::ReadAhead reading(entries, all, {4, 10});
     EXPECT_EQ(reading.threads(), 4);

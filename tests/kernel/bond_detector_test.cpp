@@ -127,71 +127,45 @@ TEST(BondDetectorBonds, MatchesEveryPairTestOnRandomClouds) {
   }
 }
 
-TEST(BondDetectorBonds, DistanceLimits) {
+TEST(BondDetectorBonds, DistanceLimitsAndAtomsThatNeverBond) {
   BondDistanceLimit const absolute(0.5), relative(0.2, true);
   EXPECT_DOUBLE_EQ(absolute.maximum_distance(Element("C"), Element("O")), 0.76 + 0.66 + 0.5);
   EXPECT_DOUBLE_EQ(relative.maximum_distance(Element("C"), Element("O")), (0.76 + 0.66) * 1.2);
   EXPECT_EQ(absolute.maximum_distance(Element("C"), Element()), 0.0);
   EXPECT_EQ(BondDistanceLimit(-5.0).maximum_distance(Element("C"), Element("C")), 0.0);
 
-  // C-C at 2.0 angstroms: within 1.52 + 0.55 and 1.52 * 1.4, beyond 1.52 + 0.4 and 1.52 * 1.3.
-  std::vector<THandle<Atom>> const cc{atom("C", {0, 0, 0}), atom("C", {2, 0, 0})};
-  auto const count = [&](double tolerance, bool relative) {
-    BondDetector const d(BondDetector::molecular, BondDetector::no_refinement,
-                         BondDistanceLimit(tolerance, relative));
-    return d.bonds(cc)->size();
-  };
-  EXPECT_EQ(count(0.55, false), 1u);
-  EXPECT_EQ(count(0.4, false), 0u);
-  EXPECT_EQ(count(0.4, true), 1u);
-  EXPECT_EQ(count(0.3, true), 0u);
-}
-
-TEST(BondDetectorBonds, CoincidentAndUnplacedAtomsNeverBond) {
-  std::vector<THandle<Atom>> atoms{atom("C", {0, 0, 0}), atom("C", {0.39, 0, 0}),
-                                   atom("C", {0, 0.41, 0}), atom("", {1.0, 0, 0}),
-                                   atom("C", {0, 0, 1.0})};
+  // Coincident (0.4 apart or less), without element or site, at non-finite or far-flung
+  // coordinates: none of these bonds, and none stops the others from bonding.
+  double const nan = std::numeric_limits<double>::quiet_NaN();
+  double const inf = std::numeric_limits<double>::infinity();
+  std::vector<THandle<Atom>> atoms{atom("C", {0, 0, 0}),        atom("C", {0.39, 0, 0}),
+                                   atom("C", {0, 0.41, 0}),     atom("", {1.0, 0, 0}),
+                                   atom("C", {0, 0, 1.0}),      atom("C", {nan, 0, 0}),
+                                   atom("C", {inf, 0, 0}),      atom("C", {-1e300, 1e300, 0}),
+                                   atom("C", {1e12, 5e11, -3}), atom("C", {1e12 + 1.5, 5e11, -3}),
+                                   atom("C", {1e300, 0, 0}),    atom("C", {1e300, 0, 0})};
   atoms[4]->set_site({});
-  EXPECT_EQ(pairs(plain, atoms), (Pairs{{0, 2}, {1, 2}}));
+  EXPECT_EQ(pairs(plain, atoms), (Pairs{{0, 2}, {1, 2}, {8, 9}}));
   std::vector<THandle<Atom>> none;
   EXPECT_TRUE(plain.bonds(none)->empty());
   EXPECT_TRUE(crystal.molecules(none, make_cell(5, 5, 5, 90, 90, 90, "P-1"))->empty());
 }
 
-TEST(BondDetectorBonds, SurvivesNonFiniteAndFarFlungCoordinates) {
-  double const nan = std::numeric_limits<double>::quiet_NaN();
-  double const inf = std::numeric_limits<double>::infinity();
-  std::vector<THandle<Atom>> atoms{atom("C", {nan, 0, 0}),
-                                   atom("C", {inf, 0, 0}),
-                                   atom("C", {-1e300, 1e300, 0}),
-                                   atom("C", {1e12, 5e11, -3}),
-                                   atom("C", {1e12 + 1.5, 5e11, -3}),
-                                   atom("O", {0, 0, 0}),
-                                   atom("H", {0.96, 0, 0}),
-                                   atom("C", {1e300, 0, 0}),
-                                   atom("C", {1e300, 0, 0})};
-  EXPECT_EQ(pairs(plain, atoms), (Pairs{{3, 4}, {5, 6}}));
-}
-
 TEST(BondDetectorHydrogens, KeepOnlyTheNearestPartner) {
-  // H between C (1.0) and O (1.3); D likewise between N (1.05) and C (1.1).
-  std::vector<THandle<Atom>> atoms{atom("C", {0, 0, 0}),    atom("H", {1.0, 0, 0}),
-                                   atom("O", {2.3, 0, 0}),  atom("N", {0, 5, 0}),
-                                   atom("D", {1.05, 5, 0}), atom("C", {2.15, 5, 0}),
-                                   atom("C", {0, 6.5, 0})};
-  EXPECT_EQ(pairs(plain, atoms), (Pairs{{0, 1}, {1, 2}, {3, 4}, {3, 6}, {4, 5}}));
-  EXPECT_EQ(pairs(pruning, atoms), (Pairs{{0, 1}, {3, 4}, {3, 6}}));
-}
-
-TEST(BondDetectorHydrogens, BondsBetweenHydrogensAndTies) {
-  // H2 alone is kept; one hydrogen hangs off another (1.1) that is nearer to a carbon (1.05):
-  // only that C-H stays. A hydrogen 1.3 from two carbons keeps the one with the lower index.
-  std::vector<THandle<Atom>> atoms{atom("H", {0, 0, 0}),     atom("H", {0.74, 0, 0}),
-                                   atom("C", {0, 10, 0}),    atom("H", {1.05, 10, 0}),
-                                   atom("H", {2.15, 10, 0}), atom("C", {-1.2, 20.5, 0}),
-                                   atom("H", {0, 20, 0}),    atom("C", {1.2, 20.5, 0})};
-  EXPECT_EQ(pairs(plain, atoms), (Pairs{{0, 1}, {2, 3}, {3, 4}, {5, 6}, {6, 7}}));
-  EXPECT_EQ(pairs(pruning, atoms), (Pairs{{0, 1}, {2, 3}, {5, 6}}));
+  // H between C (1.0) and O (1.3); D likewise between N (1.05) and C (1.1). H2 alone is kept;
+  // one hydrogen hangs off another (1.1) that is nearer to a carbon (1.05): only that C-H
+  // stays. A hydrogen 1.3 from two carbons keeps the one with the lower index.
+  std::vector<THandle<Atom>> atoms{
+      atom("C", {0, 0, 0}),       atom("H", {1.0, 0, 0}),   atom("O", {2.3, 0, 0}),
+      atom("N", {0, 5, 0}),       atom("D", {1.05, 5, 0}),  atom("C", {2.15, 5, 0}),
+      atom("C", {0, 6.5, 0}),     atom("H", {0, 10, 0}),    atom("H", {0.74, 10, 0}),
+      atom("C", {0, 15, 0}),      atom("H", {1.05, 15, 0}), atom("H", {2.15, 15, 0}),
+      atom("C", {-1.2, 20.5, 0}), atom("H", {0, 20, 0}),    atom("C", {1.2, 20.5, 0})};
+  EXPECT_EQ(
+      pairs(plain, atoms),
+      (Pairs{
+          {0, 1}, {1, 2}, {3, 4}, {3, 6}, {4, 5}, {7, 8}, {9, 10}, {10, 11}, {12, 13}, {13, 14}}));
+  EXPECT_EQ(pairs(pruning, atoms), (Pairs{{0, 1}, {3, 4}, {3, 6}, {7, 8}, {9, 10}, {12, 13}}));
 }
 
 TEST(BondDetectorMolecules, MolecularModeGivesConnectedComponents) {
