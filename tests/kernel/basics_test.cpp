@@ -163,8 +163,10 @@ TEST(Regex, MatchesFlagsAndParts) {
   EXPECT_FALSE(parts.search("12", results));
   EXPECT_TRUE(results.empty());
 
-  Regex copy(Regex("^N[0-9]", Regex::icase));
-  EXPECT_TRUE(copy.search("n1"));  // flags are copied
+  Regex original("^N[0-9]", Regex::icase);
+  Regex const copy(original);
+  original = Regex("^O");
+  EXPECT_TRUE(copy.search("n1") && !copy.search("O1"));  // flags copied, nothing shared
   for (std::string const bad : {"C[AB", "(CA", "a{2,1}"})
     EXPECT_NE(error_of([&] { Regex{bad}; }).find('"' + bad + '"'), std::string::npos);
 }

@@ -26,7 +26,7 @@ TEST(StringFunctions, TrimTruncateAndJustify) {
       {kora::left_justify("ab", 5, '.'), "ab..."},
       {kora::left_justify("abcdef", 3), "abcdef"},  // never cuts
       {kora::left_justify("abcde", 4, 6), "abcde"},
-      {kora::left_justify("abcdefgh", 4, 6), "abcdef"},
+      {kora::left_justify("abcdefg", 4, 6), "abcdef"},  // cut at exactly one past the maximum
       {kora::left_justify("ab", 4, 4, '*'), "ab**"},
       {kora::right_justify("7", 3, '0'), "007"},
       {kora::right_justify("1234", 3), "1234"},         // never cuts
