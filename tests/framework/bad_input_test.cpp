@@ -102,6 +102,17 @@ std::string outcome(std::string const& text) {
   return outcome<File>(in);
 }
 
+// What the four readers make of their water samples after `damage`: Mol2, MOL, PDB, RES.
+using Outcomes = std::vector<std::string>;
+template <class Damage>
+Outcomes outcomes(Damage damage) {
+  return {outcome<Mol2File>(damage(mol2_water)), outcome<MolFile>(damage(mol_water)),
+          outcome<PdbFile>(damage(pdb_water)), outcome<ResFile>(damage(res_water))};
+}
+
+Outcomes const whole = {"3 atoms (O H H), 2 bonds", "3 atoms (O H H), 2 bonds",
+                        "3 atoms (O H H), 2 bonds", "5 atoms (O H H H H), 4 bonds"};
+
 std::string replaced(std::string text, std::string const& from, std::string const& to) {
   std::size_t const at = text.find(from);
   EXPECT_NE(at, std::string::npos) << from;
@@ -110,13 +121,8 @@ std::string replaced(std::string text, std::string const& from, std::string cons
 
 std::string with_line_ends(std::string const& text, std::string const& end) {
   std::string result;
-  for (char c : text) {
-    if (c == '\n') {
-      result += end;
-    } else {
-      result += c;
-    }
-  }
+  for (char c : text)
+    result += c == '\n' ? end : std::string(1, c);
   return result;
 }
 
@@ -128,37 +134,30 @@ std::string cut_inside(std::string const& text, std::string const& line, std::si
 }
 
 TEST(BadInput, GoodSamplesReadWhole) {
-  // The baseline the damaged samples are compared with.
-  EXPECT_EQ(outcome<Mol2File>(mol2_water), "3 atoms (O H H), 2 bonds");
-  EXPECT_EQ(outcome<MolFile>(mol_water), "3 atoms (O H H), 2 bonds");
-  EXPECT_EQ(outcome<PdbFile>(pdb_water), "3 atoms (O H H), 2 bonds");
-  // The inversion centre at the oxygen adds an image of each hydrogen.
-  EXPECT_EQ(outcome<ResFile>(res_water), "5 atoms (O H H H H), 4 bonds");
+  // The baseline the damaged samples are compared with. In RES, the inversion centre at the
+  // oxygen adds an image of each hydrogen.
+  EXPECT_EQ(outcomes([](std::string const& text) { return text; }), whole);
 }
 
+std::string const no_mol2 =
+    "runtime_error: Mol2File::molecule: There is no data from which to construct an object";
+std::string const no_cell = "runtime_error: ResFile::read(): No unit cell found.";
+
 TEST(BadInput, EmptyFile) {
-  EXPECT_EQ(outcome<Mol2File>(""),
-            "runtime_error: Mol2File::molecule: There is no data from which to construct an "
-            "object");
-  EXPECT_EQ(outcome<MolFile>(""), "0 atoms (), 0 bonds");
-  EXPECT_EQ(outcome<PdbFile>(""), "0 atoms (), 0 bonds");
-  EXPECT_EQ(outcome<ResFile>(""), "runtime_error: ResFile::read(): No unit cell found.");
+  EXPECT_EQ(outcomes([](std::string const&) { return std::string(); }),
+            (Outcomes{no_mol2, "0 atoms (), 0 bonds", "0 atoms (), 0 bonds", no_cell}));
 }
 
 TEST(BadInput, BinaryFile) {
-  // 64 KiB of pseudo-random bytes, the same on every run.
+  // 64 KiB of pseudo-random bytes, the same on every run. The fourth line of noise, read as a
+  // MOL counts line, announces an Stext block.
   std::minstd_rand bits(20240101);
   std::string noise(64 * 1024, '\0');
   for (char& c : noise)
     c = static_cast<char>(bits() & 0xff);
-  EXPECT_EQ(outcome<Mol2File>(noise),
-            "runtime_error: Mol2File::molecule: There is no data from which to construct an "
-            "object");
-  // The fourth line of noise, read as a counts line, announces an Stext block.
-  EXPECT_EQ(outcome<MolFile>(noise),
-            "runtime_error: Stext entries present, unable to process these");
-  EXPECT_EQ(outcome<PdbFile>(noise), "0 atoms (), 0 bonds");
-  EXPECT_EQ(outcome<ResFile>(noise), "runtime_error: ResFile::read(): No unit cell found.");
+  EXPECT_EQ(outcomes([&](std::string const&) { return noise; }),
+            (Outcomes{no_mol2, "runtime_error: Stext entries present, unable to process these",
+                      "0 atoms (), 0 bonds", no_cell}));
 }
 
 TEST(BadInput, NulByteInAtomField) {
@@ -241,14 +240,12 @@ std::string outcome_with_long_line(std::string const& text, std::string const& a
 TEST(BadInput, HundredMegabyteLine) {
   // A line where each format allows free text: a comment before the Mol2 record, the MOL
   // header's comment line, a PDB REMARK, a RES REM instruction.
-  EXPECT_EQ(outcome_with_long_line<Mol2File>("\n" + mol2_water, "\n", "# "),
-            outcome<Mol2File>(mol2_water));
-  EXPECT_EQ(outcome_with_long_line<MolFile>(replaced(mol_water, "3D\n\n", "3D\n"), "3D\n", ""),
-            outcome<MolFile>(mol_water));
-  EXPECT_EQ(outcome_with_long_line<PdbFile>(pdb_water, "1ABC\n", "REMARK   1 "),
-            outcome<PdbFile>(pdb_water));
-  EXPECT_EQ(outcome_with_long_line<ResFile>(res_water, "LATT 1\n", "REM "),
-            outcome<ResFile>(res_water));
+  EXPECT_EQ(
+      (Outcomes{outcome_with_long_line<Mol2File>("\n" + mol2_water, "\n", "# "),
+                outcome_with_long_line<MolFile>(replaced(mol_water, "3D\n\n", "3D\n"), "3D\n", ""),
+                outcome_with_long_line<PdbFile>(pdb_water, "1ABC\n", "REMARK   1 "),
+                outcome_with_long_line<ResFile>(res_water, "LATT 1\n", "REM ")}),
+      whole);
 }
 
 TEST(BadInput, AbsurdCounts) {
@@ -284,24 +281,17 @@ TEST(BadInput, AbsurdCounts) {
   for (int i = 0; i < 8; ++i)
     zeros += "    0";
   std::string const master = "MASTER    " + zeros + "99999" + "    0    0    0\n";
-  EXPECT_EQ(outcome<PdbFile>(replaced(pdb_water, "END\n", master + "END\n")),
-            outcome<PdbFile>(pdb_water));
+  EXPECT_EQ(outcome<PdbFile>(replaced(pdb_water, "END\n", master + "END\n")), whole[2]);
   EXPECT_EQ(outcome<ResFile>(replaced(res_water, "UNIT 4 8", "UNIT 999999999 999999999")),
-            outcome<ResFile>(res_water));
+            whole[3]);
 }
 
 TEST(BadInput, CrlfLineEnds) {
-  EXPECT_EQ(outcome<Mol2File>(with_line_ends(mol2_water, "\r\n")), outcome<Mol2File>(mol2_water));
-  EXPECT_EQ(outcome<MolFile>(with_line_ends(mol_water, "\r\n")), outcome<MolFile>(mol_water));
-  EXPECT_EQ(outcome<PdbFile>(with_line_ends(pdb_water, "\r\n")), outcome<PdbFile>(pdb_water));
-  EXPECT_EQ(outcome<ResFile>(with_line_ends(res_water, "\r\n")), outcome<ResFile>(res_water));
+  EXPECT_EQ(outcomes([](std::string const& text) { return with_line_ends(text, "\r\n"); }), whole);
 }
 
 TEST(BadInput, LoneCrLineEnds) {
-  EXPECT_EQ(outcome<Mol2File>(with_line_ends(mol2_water, "\r")), outcome<Mol2File>(mol2_water));
-  EXPECT_EQ(outcome<MolFile>(with_line_ends(mol_water, "\r")), outcome<MolFile>(mol_water));
-  EXPECT_EQ(outcome<PdbFile>(with_line_ends(pdb_water, "\r")), outcome<PdbFile>(pdb_water));
-  EXPECT_EQ(outcome<ResFile>(with_line_ends(res_water, "\r")), outcome<ResFile>(res_water));
+  EXPECT_EQ(outcomes([](std::string const& text) { return with_line_ends(text, "\r"); }), whole);
 }
 
 }  // namespace
