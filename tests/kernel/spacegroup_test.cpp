@@ -4,6 +4,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kora/kernel/spacegroup.hpp"
@@ -32,19 +33,9 @@ int point_group_order(int number) {
 }
 
 int lattice_points(char centring) {
-  switch (centring) {
-    case 'A':
-    case 'B':
-    case 'C':
-    case 'I':
-      return 2;
-    case 'F':
-      return 4;
-    case 'R':
-      return 3;
-    default:
-      return 1;
-  }
+  if (centring == 'F') return 4;
+  if (centring == 'R') return 3;
+  return std::string_view("ABCI").find(centring) == std::string_view::npos ? 1 : 2;
 }
 
 std::map<int, std::vector<std::string>> tripos_settings() {
