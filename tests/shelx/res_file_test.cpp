@@ -2,15 +2,11 @@
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <set>
 #include <sstream>
 #include <string>
 
-#include "kora/kernel/string_functions.hpp"
+#include "../framework/sample_files.hpp"
 #include "kora/shelx/res_database_reader.hpp"
 #include "kora/shelx/res_file.hpp"
 #include "kora/shelx/res_file_format.hpp"
@@ -18,6 +14,7 @@
 namespace {
 
 using namespace kora;
+using kora::test::ScratchFolder;
 
 ResFile read(std::string const& text) {
   std::istringstream in(text);
@@ -86,22 +83,20 @@ TEST(ResFile, LineRulesAndKeywords) {
 }
 
 TEST(ResFile, ErrorMessages) {
-  EXPECT_EQ(error_of(std::string(header) + "CELL 0.71 1 1 1 90 90 90\n"),
-            "ResFile::read(): CELL keyword occurred more than once.");
-  EXPECT_EQ(error_of(std::string(header) + "LATT 1\nLATT -1\n"),
-            "ResFile::read(): LATT keyword occurred more than once.");
-  EXPECT_EQ(error_of("C1 1 0.1 0.2 0.3\n"),
-            "ResFile::read(): Atom line found before CELL keyword.");
-  EXPECT_EQ(error_of(std::string(header) + "SFAC C\nC1 1 0.1 0.2 0.3 11 0.05 ="),
-            "ResFile::read(): Continuation line missing.");
-  EXPECT_EQ(error_of(std::string(header) + "SFAC C\nFVAR 1 0.5\nC1 1 0.1 0.2 0.3 31 0.05\n"),
-            "ResFile::read(): free variable not found.");
-  EXPECT_EQ(error_of("SFAC C\n"), "ResFile::read(): No unit cell found.");
-  EXPECT_EQ(error_of("TITL x\nCELL 0.71 10 11 12 90 90\nSFAC C\nC1 1 0.1 0.2 0.3\n"),
-            "ResFile::read(): No unit cell found.");  // a CELL line one value short
-  EXPECT_EQ(error_of(""), "ResFile::read(): No unit cell found.");
+  std::string const h = header;
+  for (auto const& [text, message] : std::vector<std::pair<std::string, std::string>>{
+           {h + "CELL 0.71 1 1 1 90 90 90\n", "CELL keyword occurred more than once."},
+           {h + "LATT 1\nLATT -1\n", "LATT keyword occurred more than once."},
+           {"C1 1 0.1 0.2 0.3\n", "Atom line found before CELL keyword."},
+           {h + "SFAC C\nC1 1 0.1 0.2 0.3 11 0.05 =", "Continuation line missing."},
+           {h + "SFAC C\nFVAR 1 0.5\nC1 1 0.1 0.2 0.3 31 0.05\n", "free variable not found."},
+           {"SFAC C\n", "No unit cell found."},
+           {"TITL x\nCELL 0.71 10 11 12 90 90\nSFAC C\nC1 1 0.1 0.2 0.3\n",
+            "No unit cell found."},  // a CELL line one value short
+           {"", "No unit cell found."}})
+    EXPECT_EQ(error_of(text), "ResFile::read(): " + message) << text;
   // LATT 0 and LATT 9 are ignored, so a later accepted LATT is no error.
-  EXPECT_EQ(error_of(std::string(header) + "LATT 0\nLATT 9\nLATT 2\n"), "no error");
+  EXPECT_EQ(error_of(h + "LATT 0\nLATT 9\nLATT 2\n"), "no error");
 }
 
 TEST(ResFile, FreeVariables) {
@@ -188,35 +183,25 @@ TEST(ResFile, SiteOrderAndCompleteMolecules) {
   EXPECT_EQ(file.molecule()->natoms(), 4);
 }
 
-// Symmetry completes molecules only when the operators keep the cell's distances: P4 on a
-// square cell grows a ring of four images of C1; on a cell whose a and b differ (a damaged
-// file, say) the operators would map bonds onto non-bonds, so the atoms are taken as given.
-TEST(ResFile, OperatorsMustKeepTheCell) {
-  auto const p4 = [](char const* cell) {
-    return read(std::string("CELL 0.71073 ") + cell +
-                " 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM -X,-Y,Z\nSYMM Y,-X,Z\nSFAC C\n"
-                "C1 1 0.15 0.0 0.0 11 0.03\n");
+// Symmetry completes molecules only when the operators keep the cell's distances and form a
+// group (up to whole cells): P4 on a square cell grows a ring of four images of C1 (the
+// diagonal pairs bonded too, 1.5 A apart). On a cell whose a and b differ (a damaged file,
+// say) the operators would map bonds onto non-bonds, and a mistyped translation once grew a
+// polymer of 30,000 atoms from a fuzzer's input: then the atoms are taken as given.
+TEST(ResFile, OperatorsMustKeepTheCellAndFormAGroup) {
+  struct Case {
+    char const *cell, *half_turn;
+    int atoms, bonds;
   };
-  ResFile const square = p4("5 5 7");
-  ASSERT_EQ(square.molecules()->size(), 1u);
-  EXPECT_EQ((*square.molecules())[0]->natoms(), 4);
-  EXPECT_EQ((*square.molecules())[0]->nbonds(), 6);  // the diagonal pairs too, 1.5 A apart
-  ResFile const damaged = p4("5 6 7");
-  ASSERT_EQ(damaged.molecules()->size(), 1u);
-  EXPECT_EQ((*damaged.molecules())[0]->natoms(), 1);
-}
-
-// Operators whose products are not among them (up to whole cells) are not a space group: a
-// mistyped translation once grew a polymer of 30,000 atoms from a fuzzer's input.
-TEST(ResFile, OperatorsMustFormAGroup) {
-  auto const p4 = [](char const* half_turn) {
-    return read(std::string("CELL 0.71073 5 5 7 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM ") +
-                half_turn + "\nSYMM Y,-X,Z\nSFAC C\nC1 1 0.15 0.0 0.0 11 0.03\n");
-  };
-  EXPECT_EQ((*p4("-X,-Y,1+Z").molecules())[0]->natoms(), 4);  // a whole cell away is the same
-  ResFile const mistyped = p4("-X,-Y,1/3+Z");
-  ASSERT_EQ(mistyped.molecules()->size(), 1u);
-  EXPECT_EQ((*mistyped.molecules())[0]->natoms(), 1);
+  for (Case const& c : {Case{"5 5 7", "-X,-Y,Z", 4, 6}, Case{"5 5 7", "-X,-Y,1+Z", 4, 6},
+                        Case{"5 6 7", "-X,-Y,Z", 1, 0}, Case{"5 5 7", "-X,-Y,1/3+Z", 1, 0}}) {
+    ResFile const file =
+        read(std::string("CELL 0.71073 ") + c.cell + " 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM " +
+             c.half_turn + "\nSYMM Y,-X,Z\nSFAC C\nC1 1 0.15 0.0 0.0 11 0.03\n");
+    ASSERT_EQ(file.molecules()->size(), 1u) << c.cell << " " << c.half_turn;
+    EXPECT_EQ((*file.molecules())[0]->natoms(), c.atoms) << c.cell << " " << c.half_turn;
+    EXPECT_EQ((*file.molecules())[0]->nbonds(), c.bonds) << c.cell << " " << c.half_turn;
+  }
 }
 
 // Fuzzers' findings, rewritten: atoms crowded around special positions of Fm-3m, or at
@@ -304,34 +289,22 @@ TEST(ResFile, ModelConversions) {
   EXPECT_EQ(file.crystal()->nmolecules(), 2);
 }
 
-class ResIndexTest : public ::testing::Test {
- protected:
-  std::string write(std::string const& text, std::string const& extension = ".res") {
-    path_ = ::testing::TempDir() + "kora_res_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name() + extension;
-    std::ofstream(path_, std::ios::binary) << text;
-    return path_;
-  }
-  std::string identifier_of(std::string const& text) {
+TEST(ResIndex, OneEntryNamedByItsFirstTitle) {
+  ScratchFolder const folder;
+  for (auto const& [text, name] : std::vector<std::pair<std::string, std::string>>{
+           {"TITL ABCDEF in P2(1)/c\nCELL 1 2 3 4 5 6 7\nTITL second\n", "ABCDEF in P2(1)/c"},
+           {"titl abc\n", "ENTRY0"},
+           {"", "ENTRY0"},
+           {"TITL " + std::string(300, 'x') + "\n", "ENTRY0"}}) {
     std::vector<DatabaseEntryIdentifier> ids;
     std::vector<std::streampos> positions;
-    ResDatabaseReader(write(text)).parse(ids, positions);
+    ResDatabaseReader(folder.write("entry.res", text)).parse(ids, positions);
     EXPECT_EQ(positions, std::vector<std::streampos>{std::streampos(0)});
-    return ids.at(0).str();
+    EXPECT_EQ(ids.at(0).str(), name);
   }
-  void TearDown() override { std::remove(path_.c_str()); }
-  std::string path_;
-};
-
-TEST_F(ResIndexTest, OneEntryNamedByItsFirstTitle) {
-  EXPECT_EQ(identifier_of("TITL ABCDEF in P2(1)/c\nCELL 1 2 3 4 5 6 7\nTITL second\n"),
-            "ABCDEF in P2(1)/c");
-  EXPECT_EQ(identifier_of("titl abc\n"), "ENTRY0");
-  EXPECT_EQ(identifier_of(""), "ENTRY0");
-  EXPECT_EQ(identifier_of("TITL " + std::string(300, 'x') + "\n"), "ENTRY0");
-
   ResFileFormat const format;
-  std::string const path = write(std::string(header) + "SFAC C\nC1 1 0.1 0.2 0.3\n");
+  std::string const path =
+      folder.write("one.res", std::string(header) + "SFAC C\nC1 1 0.1 0.2 0.3\n");
   EXPECT_TRUE(format.make_database({path, "res"}));
   EXPECT_FALSE(format.make_database({path, "RES"}));
   EXPECT_FALSE(format.make_database({path, ".res"}));
@@ -340,144 +313,6 @@ TEST_F(ResIndexTest, OneEntryNamedByItsFirstTitle) {
   ASSERT_EQ(db->size(), 1);
   EXPECT_EQ(db->entry(0)->identifier().str(), "test");
   EXPECT_EQ(db->entry(0)->crystal_maker()->molecule(0)->natoms(), 1);
-}
-
-std::filesystem::path corpus() {
-  char const* env = std::getenv("KORA_CORPUS");
-  return env ? std::filesystem::path(env) : std::filesystem::path(KORA_DEFAULT_CORPUS_DIR);
-}
-
-// Atom lines of a RES file counted independently: lines after CELL (up to END) whose second
-// field is an SFAC number, that are not instructions.
-int atom_lines(std::filesystem::path const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::string line;
-  int count = 0;
-  bool in_continuation = false;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (in_continuation) {
-      in_continuation = false;
-      continue;
-    }
-    std::string upper = kora::toupper(line.substr(0, line.find('!')));
-    if (upper.rfind("END", 0) == 0) break;
-    std::istringstream fields(upper);
-    std::string name, number, x, y, z;
-    if (!(fields >> name >> number >> x >> y >> z)) continue;
-    if (name.size() < 1 || !std::isalpha(static_cast<unsigned char>(name[0]))) continue;
-    static char const* const skip[] = {"REM",
-                                       "AFIX",
-                                       "HFIX",
-                                       "PART",
-                                       "FVAR",
-                                       "SFAC",
-                                       "UNIT",
-                                       "CELL",
-                                       "ZERR",
-                                       "LATT",
-                                       "SYMM",
-                                       "DFIX",
-                                       "SADI",
-                                       "DANG",
-                                       "FLAT",
-                                       "SIMU",
-                                       "DELU",
-                                       "RIGU",
-                                       "ISOR",
-                                       "EADP",
-                                       "EXYZ",
-                                       "SAME",
-                                       "CONN",
-                                       "HTAB",
-                                       "WGHT",
-                                       "L.S.",
-                                       "PLAN",
-                                       "LIST",
-                                       "FMAP",
-                                       "ACTA",
-                                       "TEMP",
-                                       "OMIT",
-                                       "SHEL",
-                                       "SIZE",
-                                       "MPLA",
-                                       "CONF",
-                                       "BOND",
-                                       "TWIN",
-                                       "BASF",
-                                       "HKLF",
-                                       "RESI",
-                                       "MOVE",
-                                       "EQIV",
-                                       "TITL",
-                                       "SUMP",
-                                       "FREE",
-                                       "BUMP",
-                                       "CHIV",
-                                       "EXTI",
-                                       "MERG",
-                                       "GRID",
-                                       "MORE",
-                                       "STIR",
-                                       "SP"
-                                       "EC",
-                                       "ANIS",
-                                       "BLOC",
-                                       "DAMP",
-                                       "DEFS",
-                                       "SWAT",
-                                       "TREF",
-                                       "TIME",
-                                       "LAUE",
-                                       "DISP",
-                                       "NCSY"};
-    bool instruction = false;
-    for (char const* k : skip)
-      instruction = instruction || name.rfind(k, 0) == 0;
-    if (instruction || number.find('.') != std::string::npos) continue;
-    char* end = nullptr;
-    std::strtol(number.c_str(), &end, 10);
-    if (*end != '\0' || std::strtod(x.c_str(), &end) == HUGE_VAL) continue;
-    ++count;
-    std::string last;
-    std::istringstream all(upper);
-    for (std::string f; all >> f;)
-      last = f;
-    in_continuation = !last.empty() && last.back() == '=';
-  }
-  return count;
-}
-
-TEST(ResCorpus, EveryFileReadsWithItsAtomsAndSpaceGroup) {
-  std::filesystem::path const dir = corpus() / "res";
-  if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
-  int files = 0;
-  std::string symbols;
-  for (auto const& item : std::filesystem::directory_iterator(dir)) {
-    ++files;
-    std::string const path = item.path().string();
-    if (std::filesystem::file_size(item.path()) == 0) {
-      // An empty file has no cell at all.
-      EXPECT_THROW(ResFile{path}, std::runtime_error);
-      continue;
-    }
-    ResFile file;
-    ASSERT_NO_THROW(file = ResFile(path)) << path;
-    THandle<Cell> const cell = file.cell();
-    Spacegroup const& group = cell->spacegroup();
-    EXPECT_GT(group.number(), 0) << path;
-    symbols += item.path().filename().string() + " " + group.symbol() + "; ";
-    EXPECT_EQ(int(file.asymmetric_unit()->size()), atom_lines(item.path())) << path;
-    // Completing molecules adds images: every atom read is in a molecule, as itself or as
-    // an image that keeps its file order.
-    std::set<int> in_molecules;
-    for (THandle<Atom> const& a : atoms_of(file)) {
-      in_molecules.insert(handle_dynamic_cast<FileOrderedAtom3d>(a)->file_order());
-    }
-    EXPECT_LE(in_molecules.size(), file.asymmetric_unit()->size()) << path;
-  }
-  RecordProperty("spacegroups", symbols);
-  EXPECT_GT(files, 30);
 }
 
 }  // namespace
