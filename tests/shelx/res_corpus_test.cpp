@@ -17,17 +17,13 @@
 #include <vector>
 
 #include "kora/kernel/string_functions.hpp"
-#include "kora/shelx/res_file.hpp"
+#include "res_test_support.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace kora;
-
-fs::path corpus() {
-  char const* env = std::getenv("KORA_CORPUS");
-  return env ? fs::path(env) : fs::path(KORA_DEFAULT_CORPUS_DIR);
-}
+using namespace kora::test;
 
 // Atom lines of a RES file counted independently: lines after CELL (up to END) whose second
 // field is an SFAC number, that are not instructions.
@@ -67,16 +63,6 @@ int atom_lines(fs::path const& path) {
   return count;
 }
 
-ResFile read_text(std::string const& text, Mode mode) {
-  ReadOptions options;
-  options.mode = mode;
-  ResFile file;
-  file.set_read_options(options);
-  std::istringstream in(text);
-  file.read(in);
-  return file;
-}
-
 int file_order(THandle<Atom> const& atom) {
   return handle_dynamic_cast<FileOrderedAtom3d>(atom)->file_order();
 }
@@ -106,7 +92,7 @@ void expect_same_atoms(std::vector<THandle<Atom>> const& expected,
 // the tool does) every atom its molecules hold, each where the file had it (atoms that
 // completing the molecules merged with a symmetry copy are in the model once).
 TEST(ResCorpus, EveryFileReadsAndWritesBack) {
-  fs::path const dir = corpus() / "res";
+  fs::path const dir = res_corpus() / "res";
   if (!fs::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
   int files = 0;
   for (auto const& item : fs::directory_iterator(dir)) {
@@ -138,7 +124,7 @@ TEST(ResCorpus, EveryFileReadsAndWritesBack) {
     std::string const written = direct.str();
     for (Mode mode : {Mode::standard, Mode::classic}) {
       Cell const a = *original.cell();
-      Cell const b = *read_text(written, mode).cell();
+      Cell const b = *read_res(written, mode).cell();
       for (std::size_t k = 0; k < 3; ++k) {
         EXPECT_NEAR(a.lengths()[k].value(), b.lengths()[k].value(), 1e-4);
         EXPECT_NEAR(a.angles()[k].value(), b.angles()[k].value(), 1e-4);
@@ -153,7 +139,7 @@ TEST(ResCorpus, EveryFileReadsAndWritesBack) {
       }
     }
     expect_same_atoms(*original.asymmetric_unit(),
-                      *read_text(written, Mode::standard).asymmetric_unit(), path);
+                      *read_res(written, Mode::standard).asymmetric_unit(), path);
 
     std::set<int> represented;
     for (THandle<Molecule> const& m : *original.molecules())
@@ -162,14 +148,10 @@ TEST(ResCorpus, EveryFileReadsAndWritesBack) {
     std::vector<THandle<Atom>> expected;
     for (THandle<Atom> const& a : *original.asymmetric_unit())
       if (represented.count(file_order(a))) expected.push_back(a);
-    ResFile writer;
-    writer.set_write_options(WriteOptions::standard_mode());
-    writer.clear();
-    writer.add(*original.database_entry());
-    std::ostringstream out;
-    writer.print(out);
-    expect_same_atoms(expected, *read_text(out.str(), Mode::standard).asymmetric_unit(),
-                      path + " (entry)");
+    expect_same_atoms(
+        expected,
+        *read_res(write_standard(*original.database_entry()), Mode::standard).asymmetric_unit(),
+        path + " (entry)");
   }
   EXPECT_GT(files, 30);
 }

@@ -8,38 +8,13 @@
 
 #include "../framework/sample_files.hpp"
 #include "kora/shelx/res_database_reader.hpp"
-#include "kora/shelx/res_file.hpp"
 #include "kora/shelx/res_file_format.hpp"
+#include "res_test_support.hpp"
 
 namespace {
 
 using namespace kora;
-using kora::test::ScratchFolder;
-
-ResFile read(std::string const& text) {
-  std::istringstream in(text);
-  ResFile file;
-  file.read(in);
-  return file;
-}
-
-std::string error_of(std::string const& text) {
-  try {
-    read(text);
-  } catch (std::runtime_error const& e) {
-    return e.what();
-  }
-  return "no error";
-}
-
-// All atoms of all molecules, in order.
-std::vector<THandle<Atom>> atoms_of(ResFile const& file) {
-  std::vector<THandle<Atom>> atoms;
-  for (THandle<Molecule> const& m : *file.molecules())
-    for (THandle<Atom> const& a : m->atoms())
-      atoms.push_back(a);
-  return atoms;
-}
+using namespace kora::test;
 
 THandle<Atom> atom_named(ResFile const& file, std::string const& name) {
   for (THandle<Atom> const& a : atoms_of(file))
@@ -50,7 +25,7 @@ THandle<Atom> atom_named(ResFile const& file, std::string const& name) {
 constexpr char const* header = "TITL test\nCELL 0.71073 10 11 12 90 90 90\n";
 
 TEST(ResFile, LineRulesAndKeywords) {
-  ResFile const file = read(
+  ResFile const file = read_res(
       "TITL my title\n"
       "CELL 0.71073 10.123(4) 11 12 90 100.5(2) 90\n"
       "ZERR 4 0.0025 0.0195 0.001 0 0.03 0\n"
@@ -94,9 +69,9 @@ TEST(ResFile, ErrorMessages) {
            {"TITL x\nCELL 0.71 10 11 12 90 90\nSFAC C\nC1 1 0.1 0.2 0.3\n",
             "No unit cell found."},  // a CELL line one value short
            {"", "No unit cell found."}})
-    EXPECT_EQ(error_of(text), "ResFile::read(): " + message) << text;
+    EXPECT_EQ(res_error_of(text), "ResFile::read(): " + message) << text;
   // LATT 0 and LATT 9 are ignored, so a later accepted LATT is no error.
-  EXPECT_EQ(error_of(h + "LATT 0\nLATT 9\nLATT 2\n"), "no error");
+  EXPECT_EQ(res_error_of(h + "LATT 0\nLATT 9\nLATT 2\n"), "no error");
 }
 
 TEST(ResFile, FreeVariables) {
@@ -117,13 +92,13 @@ TEST(ResFile, FreeVariables) {
 }
 
 TEST(ResFile, OccupanciesRidingHydrogensAndContinuations) {
-  ResFile const file = read(std::string(header) +
-                            "LATT -1\nSFAC C H\nFVAR 1.0 0.6\n"
-                            "C1 1 0.5 0.5 0.5 10.5 0.04\n"  // on nothing special in P1
-                            "H1 2 0.1 0.2 0.3 21.0 -1.2\n"  // riding on C1, occupancy fv 2
-                            "C2 1 0.3 0.3 0.3 11.0 0.02 0.03 =\n"
-                            "   0.04 0.001 0.002 0.003\n"
-                            "H2 2 0.35 0.3 0.3 11.0 -1.5\n");
+  ResFile const file = read_res(std::string(header) +
+                                "LATT -1\nSFAC C H\nFVAR 1.0 0.6\n"
+                                "C1 1 0.5 0.5 0.5 10.5 0.04\n"  // on nothing special in P1
+                                "H1 2 0.1 0.2 0.3 21.0 -1.2\n"  // riding on C1, occupancy fv 2
+                                "C2 1 0.3 0.3 0.3 11.0 0.02 0.03 =\n"
+                                "   0.04 0.001 0.002 0.003\n"
+                                "H2 2 0.35 0.3 0.3 11.0 -1.5\n");
   auto const c1 = atom_named(file, "C1");
   auto const h1 = atom_named(file, "H1");
   auto const c2 = atom_named(file, "C2");
@@ -138,7 +113,7 @@ TEST(ResFile, OccupanciesRidingHydrogensAndContinuations) {
   EXPECT_DOUBLE_EQ(u->u(1, 2), 0.001);  // file order U23 U13 U12
   EXPECT_DOUBLE_EQ(u->u(0, 1), 0.003);
   EXPECT_NEAR(h2->site()->atomic_displacement_parameters()->u_iso().value(), 1.5 * 0.03, 1e-12);
-  EXPECT_NEAR(atom_named(read(std::string(header) + "SFAC H\nH1 1 0.1 0.2 0.3 11 -1.2\n"), "H1")
+  EXPECT_NEAR(atom_named(read_res(std::string(header) + "SFAC H\nH1 1 0.1 0.2 0.3 11 -1.2\n"), "H1")
                   ->site()
                   ->atomic_displacement_parameters()
                   ->u_iso()
@@ -153,23 +128,23 @@ TEST(ResFile, CentringAndInversionForEveryLattice) {
                                         {6, 4},  {-6, 2}, {7, 4},  {-7, 2}};
   for (auto [lattice, order] : orders) {
     ResFile const file =
-        read(std::string(header) + "LATT " + std::to_string(lattice) + "\nSYMM X,Y,Z\n");
+        read_res(std::string(header) + "LATT " + std::to_string(lattice) + "\nSYMM X,Y,Z\n");
     Spacegroup const g = file.cell()->spacegroup();
     EXPECT_EQ(g.order(), order) << lattice;
     EXPECT_EQ(g.inversion_at_origin(), lattice > 0) << lattice;
   }
   ResFile const p21c =
-      read(std::string(header) + "LATT 1\nSYMM -X, 1/2+Y, 1/2-Z\nSYMM -X, 1/2+Y, 1/2-Z\n");
+      read_res(std::string(header) + "LATT 1\nSYMM -X, 1/2+Y, 1/2-Z\nSYMM -X, 1/2+Y, 1/2-Z\n");
   EXPECT_EQ(p21c.cell()->spacegroup().number(), 14);
   EXPECT_EQ(p21c.cell()->spacegroup().order(), 4);
   // The inversion keeps each operator's translation: -X,1/2+Y,1/2-Z gives X,1/2-Y,1/2+Z.
-  ResFile const c2c = read(std::string(header) + "LATT 7\nSYMM -X,Y,1/2-Z\n");
+  ResFile const c2c = read_res(std::string(header) + "LATT 7\nSYMM -X,Y,1/2-Z\n");
   EXPECT_EQ(c2c.cell()->spacegroup().symbol(), "C2/c");
 }
 
 TEST(ResFile, SiteOrderAndCompleteMolecules) {
   // Half of an ethane-like C2 unit around the inversion centre at the origin of P-1.
-  ResFile const file = read(
+  ResFile const file = read_res(
       "CELL 0.71073 5 6 7 90 90 90\nLATT 1\nSFAC C O\n"
       "C1 1 0.15 0.0 0.0 11 0.03\n"
       "O1 2 0.5 0.5 0.5 10.5 0.03\n"  // on an inversion centre: 0.5 x 2 = 1
@@ -196,8 +171,8 @@ TEST(ResFile, OperatorsMustKeepTheCellAndFormAGroup) {
   for (Case const& c : {Case{"5 5 7", "-X,-Y,Z", 4, 6}, Case{"5 5 7", "-X,-Y,1+Z", 4, 6},
                         Case{"5 6 7", "-X,-Y,Z", 1, 0}, Case{"5 5 7", "-X,-Y,1/3+Z", 1, 0}}) {
     ResFile const file =
-        read(std::string("CELL 0.71073 ") + c.cell + " 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM " +
-             c.half_turn + "\nSYMM Y,-X,Z\nSFAC C\nC1 1 0.15 0.0 0.0 11 0.03\n");
+        read_res(std::string("CELL 0.71073 ") + c.cell + " 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM " +
+                 c.half_turn + "\nSYMM Y,-X,Z\nSFAC C\nC1 1 0.15 0.0 0.0 11 0.03\n");
     ASSERT_EQ(file.molecules()->size(), 1u) << c.cell << " " << c.half_turn;
     EXPECT_EQ((*file.molecules())[0]->natoms(), c.atoms) << c.cell << " " << c.half_turn;
     EXPECT_EQ((*file.molecules())[0]->nbonds(), c.bonds) << c.cell << " " << c.half_turn;
@@ -229,7 +204,7 @@ TEST(ResFile, CrowdedImagesAreNotGrown) {
 }
 
 TEST(ResFile, WriteThenReadGivesTheSameStructure) {
-  ResFile const original = read(
+  ResFile const original = read_res(
       "TITL round trip\nCELL 0.71073 7.5(2) 8.25 9.125 90 101.5(3) 90\nZERR 4 0.002 0.001 0.001 "
       "0 0.03 0\nLATT 1\nSYMM -X,1/2+Y,1/2-Z\nSFAC C O H\n"
       "C1 1 0.1 0.2 0.3 11 0.02 0.03 0.04 0.001 0.002 0.003\n"
@@ -247,7 +222,7 @@ TEST(ResFile, WriteThenReadGivesTheSameStructure) {
   EXPECT_NE(text.find("\nLATT 1\nSYMM -x,y+1/2,-z+1/2\nSFAC C H O\nUNIT 4 4 6\n"),
             std::string::npos)
       << text;
-  ResFile const again = read(text);
+  ResFile const again = read_res(text);
   EXPECT_EQ(*again.cell(), *original.cell());
   EXPECT_EQ(again.cell()->lengths()[0].uncertainty(), original.cell()->lengths()[0].uncertainty());
   auto const a = atoms_of(original);
@@ -273,7 +248,8 @@ TEST(ResFile, WriteThenReadGivesTheSameStructure) {
 TEST(ResFile, ModelConversions) {
   ResFile file;
   EXPECT_EQ(file.molecule()->natoms(), 0);
-  ResFile const source = read(std::string(header) + "SFAC C\nC1 1 0.1 0.1 0.1\nC2 1 0.5 0.5 0.5\n");
+  ResFile const source =
+      read_res(std::string(header) + "SFAC C\nC1 1 0.1 0.1 0.1\nC2 1 0.5 0.5 0.5\n");
   THandle<CrystalMaker> const maker = source.crystal_maker();
   file.add(*maker, DatabaseEntryIdentifier("A"));
   file.add(*maker, DatabaseEntryIdentifier("B"));
