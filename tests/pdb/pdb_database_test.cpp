@@ -1,22 +1,20 @@
+// The PDB index: where entries start and end in both modes, their names, its messages, and
+// the format's descriptor.
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "../framework/sample_files.hpp"
 #include "kora/formats.hpp"
-#include "kora/framework/flat_file_database.hpp"
-#include "kora/pdb/pdb_database_reader.hpp"
-#include "kora/pdb/pdb_file.hpp"
-#include "kora/pdb/pdb_file_format.hpp"
+#include "pdb_test_support.hpp"
 
 namespace {
 
 using namespace kora;
-
-using PdbDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, PdbDatabaseReader, PdbFile>;
+using namespace kora::test;
 
 // A HEADER line with the identifier code in columns 63-66, without its line end.
 std::string header(std::string const& code) {
@@ -40,24 +38,8 @@ int atom_count(THandle<CrystalStructureDatabaseEntry> const& entry) {
   return n;
 }
 
-class PdbIndex : public ::testing::Test {
- protected:
-  std::string write(std::string const& text) {
-    std::string const path = ::testing::TempDir() + "kora_pdb_" +
-                             ::testing::UnitTest::GetInstance()->current_test_info()->name() +
-                             std::to_string(paths_.size()) + ".pdb";
-    std::ofstream(path, std::ios::binary) << text;
-    paths_.push_back(path);
-    return path;
-  }
-  void TearDown() override {
-    for (std::string const& p : paths_)
-      std::remove(p.c_str());
-  }
-  std::vector<std::string> paths_;
-};
-
-TEST_F(PdbIndex, EntriesRunFromHeaderToEndOrABlankLineOrTheEndOfTheFile) {
+TEST(PdbIndex, EntriesRunFromHeaderToEndOrABlankLineOrTheEndOfTheFile) {
+  ScratchFolder const folder;
   std::vector<std::string> const parts{
       "REMARK before any entry\n" + atoms(1) + "END\n",
       header("1ABC") + "\n" + atoms(2) + "TER\nEND\n",
@@ -73,7 +55,7 @@ TEST_F(PdbIndex, EntriesRunFromHeaderToEndOrABlankLineOrTheEndOfTheFile) {
       for (char c : part)
         text += c == '\n' ? std::string(end) : std::string(1, c);
     }
-    PdbDatabase const db(write(text));
+    PdbDatabase const db(folder.write("entries.pdb", text));
     ASSERT_EQ(db.size(), 5);
     std::vector<std::string> const names{"1ABC", "SECOND ONE", "ENTRY3", "2NMR", "4XYZ"};
     for (int i = 0; i < 5; ++i) {
@@ -87,105 +69,96 @@ TEST_F(PdbIndex, EntriesRunFromHeaderToEndOrABlankLineOrTheEndOfTheFile) {
   }
 }
 
-TEST_F(PdbIndex, EntryWithoutAtomsEndsTheIndex) {
-  PdbDatabase const db(write(header("1AAA") + "\n" + atoms(1) + "END\n" + header("2BBB") +
-                             "\nEND\n" + header("3CCC") + "\n" + atoms(1) + "END\n"));
-  ASSERT_EQ(db.size(), 1);
-  EXPECT_EQ(db.identifier(0).str(), "1AAA");
-}
-
-TEST_F(PdbIndex, StandardIndexStartsAnEntryAfterEachEnd) {
+// Standard indexing starts an entry after each END; classic indexing starts entries at
+// HEADER, ends them with END or ENDMDL, and stops at an entry without atoms.
+TEST(PdbIndex, EntriesOfEachMode) {
   struct Case {
-    char const* what;
     std::string text;
-    std::vector<std::string> names;
-    std::vector<int> atoms;
+    std::vector<std::string> standard_names, classic_names;
+    std::vector<int> standard_atoms;
   };
   std::string const cryst1 =
       "CRYST1   15.000   15.000   15.000  90.00  90.00  90.00 P 1           1\n";
-  std::vector<Case> const cases{
-      {"frames of a trajectory",
-       cryst1 + atoms(2) + "END\n" + atoms(3) + "END\n" + atoms(1) + "END\n",
-       {"ENTRY1", "ENTRY2", "ENTRY3"},
-       {2, 3, 1}},
-      {"a last frame without END", atoms(2) + "END\n\n" + atoms(1), {"ENTRY1", "ENTRY2"}, {2, 1}},
-      {"a HEADER, then frames",
-       header("1ABC") + "\n" + atoms(1) + "END\n" + atoms(2) + "END\n",
-       {"1ABC", "ENTRY2"},
-       {1, 2}},
-      {"models stay one entry",
-       header("2NMR") + "\nMODEL 1\n" + atoms(1) + "ENDMDL\nMODEL 2\n" + atoms(1) +
-           "ENDMDL\nCONECT    1    1\nEND\n",
-       {"2NMR"},
-       {2}},
-      {"a HEADER entry without atoms is an empty entry",
-       header("1AAA") + "\n" + atoms(1) + "END\n" + header("2BBB") + "\nEND\n" + header("3CCC") +
-           "\n" + atoms(1) + "END\n",
-       {"1AAA", "2BBB", "3CCC"},
-       {1, 0, 1}},
-      {"a HEADER closes an entry without END",
-       header("1AAA") + "\n" + atoms(2) + header("2BBB") + "\n" + atoms(1),
-       {"1AAA", "2BBB"},
-       {2, 1}},
-      {"what follows the last END is no entry",
-       atoms(1) + "END\nMASTER\nCONECT    1\nEND\n",
-       {"ENTRY1"},
-       {1}},
-  };
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.what);
-    std::string const path = write(c.text);
+  std::string const empty_second = header("1AAA") + "\n" + atoms(1) + "END\n" + header("2BBB") +
+                                   "\nEND\n" + header("3CCC") + "\n" + atoms(1) + "END\n";
+  ScratchFolder const folder;
+  for (Case const& c :
+       std::vector<Case>{{cryst1 + atoms(2) + "END\n" + atoms(3) + "END\n" + atoms(1) + "END\n",
+                          {"ENTRY1", "ENTRY2", "ENTRY3"},
+                          {},
+                          {2, 3, 1}},
+                         {atoms(2) + "END\n\n" + atoms(1), {"ENTRY1", "ENTRY2"}, {}, {2, 1}},
+                         {header("1ABC") + "\n" + atoms(1) + "END\n" + atoms(2) + "END\n",
+                          {"1ABC", "ENTRY2"},
+                          {"1ABC"},
+                          {1, 2}},
+                         {header("2NMR") + "\nMODEL 1\n" + atoms(1) + "ENDMDL\nMODEL 2\n" +
+                              atoms(1) + "ENDMDL\nCONECT    1    1\nEND\n",
+                          {"2NMR"},
+                          {"2NMR"},
+                          {2}},
+                         {empty_second, {"1AAA", "2BBB", "3CCC"}, {"1AAA"}, {1, 0, 1}},
+                         {header("1AAA") + "\n" + atoms(2) + header("2BBB") + "\n" + atoms(1),
+                          {"1AAA", "2BBB"},
+                          {"1AAA"},  // classic: the second HEADER lies inside the first entry
+                          {2, 1}},
+                         {atoms(1) + "END\nMASTER\nCONECT    1\nEND\n", {"ENTRY1"}, {}, {1}}}) {
+    SCOPED_TRACE(c.text);
+    std::string const path = folder.write("entries.pdb", c.text);
     PdbDatabase db(path, ReadOptions::standard_mode());
     db.set_read_options(ReadOptions::standard_mode());
-    ASSERT_EQ(db.size(), static_cast<int>(c.names.size()));
+    std::vector<std::string> names;
+    std::vector<int> counts;
     for (int i = 0; i < db.size(); ++i) {
-      EXPECT_EQ(db.identifier(i).str(), c.names[std::size_t(i)]);
-      EXPECT_EQ(atom_count(db.entry(i)), c.atoms[std::size_t(i)]);
+      names.push_back(db.identifier(i).str());
+      counts.push_back(atom_count(db.entry(i)));
     }
+    EXPECT_EQ(names, c.standard_names);
+    EXPECT_EQ(counts, c.standard_atoms);
+    PdbDatabase const classic(path);
+    names.clear();
+    for (int i = 0; i < classic.size(); ++i)
+      names.push_back(classic.identifier(i).str());
+    EXPECT_EQ(names, c.classic_names);
   }
-  // Classic indexing is unchanged: entries start at HEADER, END or ENDMDL completes one.
-  EXPECT_EQ(PdbDatabase(write(cases[0].text)).size(), 0);
-  EXPECT_EQ(PdbDatabase(write(cases[2].text)).size(), 1);
-}
-
-TEST_F(PdbIndex, OpenParametersCarryTheReadOptions) {
-  std::string const path = write(atoms(2) + "END\n" + atoms(3) + "END\n");
-  FileFormat::OpenParameters parameters{path, "pdb"};
+  // The open parameters carry the read options.
+  FileFormat::OpenParameters parameters{
+      folder.write("frames.pdb", atoms(2) + "END\n" + atoms(3) + "END\n"), "pdb"};
   EXPECT_EQ(PdbFileFormat().make_database(parameters)->size(), 0);
   parameters.read_options = ReadOptions::standard_mode();
-  THandle<Database<CrystalStructureDatabaseEntry>> const db =
-      PdbFileFormat().make_database(parameters);
+  THandle<EntryDatabase> const db = PdbFileFormat().make_database(parameters);
   ASSERT_EQ(db->size(), 2);
   EXPECT_TRUE(handle_dynamic_cast<FlatFileDatabaseIndex>(db)->read_options().standard());
   EXPECT_EQ(atom_count(db->entry(1)), 3);
 }
 
-TEST_F(PdbIndex, Failures) {
+TEST(PdbIndex, NamesAndFailures) {
+  PdbDatabaseReader const reader("unused");
+  for (auto const& [entry, line, name] : std::vector<std::tuple<int, std::string, std::string>>{
+           {0, "HEADER    VRX ENTRY LONGER NAME", "LONGER NAME"},
+           {0, "HEADER    VRX ENTRY ABC\r", "ABC"},
+           {4, header("1CR"), "1CR"},
+           {4, header("1CRN") + "      1CRN   2", "1CRN"},
+           {4, header("    "), "ENTRY5"},
+           {0, "HEADER", "ENTRY1"}})
+    EXPECT_EQ(reader.set_entry_identifier(entry, line).str(), name) << line;
+  ScratchFolder const folder;
   try {
-    PdbDatabase const db(write("HEADER    VRX ENTRY " + std::string(300, 'X') + "\n" + atoms(1)));
+    PdbDatabase const db(
+        folder.write("long.pdb", "HEADER    VRX ENTRY " + std::string(300, 'X') + "\n" + atoms(1)));
     ADD_FAILURE() << "no exception";
   } catch (std::invalid_argument const& e) {
     EXPECT_STREQ(e.what(), "PdbDatabase::entry_identifier: invalid VRX identifier.");
   }
   try {
-    PdbDatabase const db(::testing::TempDir() + "kora_pdb_no_such_file.pdb");
+    PdbDatabase const db((folder.path() / "no_such_file.pdb").string());
     ADD_FAILURE() << "no exception";
   } catch (database_error const& e) {
     EXPECT_EQ(std::string(e.what()).rfind("PdbDatabase::parse() couldn't retrieve entry ", 0), 0u);
   }
 }
 
-TEST(PdbEntryIdentifier, VrxNameOrIdentifierCodeOrGenerated) {
-  PdbDatabaseReader const reader("unused");
-  EXPECT_EQ(reader.set_entry_identifier(0, "HEADER    VRX ENTRY LONGER NAME").str(), "LONGER NAME");
-  EXPECT_EQ(reader.set_entry_identifier(0, "HEADER    VRX ENTRY ABC\r").str(), "ABC");
-  EXPECT_EQ(reader.set_entry_identifier(4, header("1CR")).str(), "1CR");
-  EXPECT_EQ(reader.set_entry_identifier(4, header("1CRN") + "      1CRN   2").str(), "1CRN");
-  EXPECT_EQ(reader.set_entry_identifier(4, header("    ")).str(), "ENTRY5");
-  EXPECT_EQ(reader.set_entry_identifier(0, "HEADER").str(), "ENTRY1");
-}
-
-TEST_F(PdbIndex, Descriptor) {
+TEST(PdbIndex, Descriptor) {
   PdbFileFormat const format;
   EXPECT_EQ(format.name(), "PDB file");
   EXPECT_EQ(format.default_extension(), "ent");
@@ -197,16 +170,14 @@ TEST_F(PdbIndex, Descriptor) {
     EXPECT_TRUE(format.examine_line(line, 9)) << line;
   for (char const* line : {"ATOM 1", " HEADER", "header", "CRYST1", "END", "CONECT    1", ""})
     EXPECT_FALSE(format.examine_line(line, 1)) << line;
-
-  std::string const pdb = write(header("1XYZ") + "\n" + atoms(1) + "END\n");
-  std::string const other = write("@<TRIPOS>MOLECULE\nx\n");
+  ScratchFolder const folder;
+  std::string const pdb = folder.write("one.pdb", header("1XYZ") + "\n" + atoms(1) + "END\n");
+  std::string const other = folder.write("other.pdb", "@<TRIPOS>MOLECULE\nx\n");
   auto const file = handle_dynamic_cast<PdbFile>(format.make_molecule_file({pdb, "pdb"}));
   ASSERT_TRUE(file);
   EXPECT_TRUE(file->molecules()->empty());  // nothing read yet
   EXPECT_FALSE(format.make_molecule_file({other, "pdb"}));
-  THandle<Database<CrystalStructureDatabaseEntry>> const db = format.make_database({pdb, "pdb"});
-  ASSERT_TRUE(db);
-  EXPECT_EQ(db->identifier(0).str(), "1XYZ");
+  EXPECT_EQ(format.make_database({pdb, "pdb"})->identifier(0).str(), "1XYZ");
   EXPECT_FALSE(format.make_database({other, "pdb"}));
   ASSERT_TRUE(find_file_format({pdb, "pdb"}));
   EXPECT_EQ(find_file_format({pdb, "pdb"})->name(), "PDB file");

@@ -156,16 +156,6 @@ TEST(PdbResidueBondTyper, ResiduesAreToldApartByKindOnly) {
   Residues plain;
   plain.atoms("", {"C", "O"}).atoms("ALA1", {"N"}).bonds({"C-O", "C-N"});
   EXPECT_TRUE(bonds_of_type(*plain.typed(), double_bond).empty());
-  // GLY then ALA: the peptide bond belongs to neither, and both carbonyls are typed.
-  Residues two = backbone("GLY1");
-  two.atoms("ALA2", {"N", "CA", "C", "O"}).bonds({"C-N"}, 2).bonds({"N-CA", "CA-C", "C-O"}, 4);
-  EXPECT_EQ(bonds_of_type(*two.typed(), double_bond), (Labels{"C-O", "C-O"}));
-  // GLY then GLY is one residue to the typer: the second C-O replaces the first.
-  Residues same = backbone("GLY1");
-  same.atoms("GLY2", {"N", "CA", "C", "O"}).bonds({"N-CA", "CA-C", "C-O"}, 4);
-  THandle<Molecule> const m = same.typed();
-  EXPECT_EQ(m->bond(2)->type(), unknown_bond);
-  EXPECT_EQ(m->bond(5)->type(), double_bond);
 }
 
 }  // namespace

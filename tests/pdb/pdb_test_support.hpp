@@ -1,9 +1,11 @@
 #pragma once
 
-// Helpers shared by the PDB tests: reading text, and looking at what was read by serial
-// number.
+// Helpers shared by the PDB tests: reading text in either mode, looking at what was read by
+// serial number, the records of written text, and the shared corpus.
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -13,11 +15,18 @@
 
 namespace kora::test {
 
-inline PdbFile read_pdb(std::string const& text) {
+using Pairs = std::vector<std::pair<int, int>>;
+
+inline PdbFile read_pdb(std::string const& text, ReadOptions const& options = ReadOptions()) {
   std::istringstream in(text);
   PdbFile file;
+  file.set_read_options(options);
   file.read(in);
   return file;
+}
+
+inline PdbFile read_pdb(std::string const& text, bool standard) {
+  return read_pdb(text, standard ? ReadOptions::standard_mode() : ReadOptions());
 }
 
 inline int serial_of(THandle<Atom> const& atom) {
@@ -36,11 +45,13 @@ inline std::vector<THandle<Atom>> atoms_of(PdbFile const& file) {
   return atoms;
 }
 
-// Every bond as a pair of serial numbers, the smaller first, sorted.
-inline std::vector<std::pair<int, int>> bonds_of(PdbFile const& file) {
-  std::vector<std::pair<int, int>> bonds;
+// Every bond (of `type` only, unless it is -1) as a pair of serial numbers, the smaller
+// first, sorted.
+inline Pairs bonds_of(PdbFile const& file, int type = -1) {
+  Pairs bonds;
   for (THandle<Molecule> const& m : *file.molecules()) {
     for (THandle<Bond> const& b : m->bonds()) {
+      if (type >= 0 && b->type() != type) continue;
       int const x = serial_of(b->atom1());
       int const y = serial_of(b->atom2());
       bonds.emplace_back(std::min(x, y), std::max(x, y));
@@ -52,6 +63,38 @@ inline std::vector<std::pair<int, int>> bonds_of(PdbFile const& file) {
 
 inline int bond_count(PdbFile const& file) {
   return static_cast<int>(bonds_of(file).size());
+}
+
+// The lines of `text` that start with one of `names`.
+inline std::vector<std::string> lines_of(std::string const& text,
+                                         std::vector<std::string> const& names) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    for (std::string const& name : names) {
+      if (line.compare(0, name.size(), name) == 0) {
+        lines.push_back(line);
+        break;
+      }
+    }
+  }
+  return lines;
+}
+
+// The fields of a table row written "a|b|c".
+inline std::vector<std::string> fields(std::string const& row) {
+  std::vector<std::string> out;
+  std::istringstream in(row);
+  for (std::string field; std::getline(in, field, '|');)
+    out.push_back(field);
+  if (!row.empty() && row.back() == '|') out.emplace_back();
+  return out;
+}
+
+// The real-world files of the shared corpus: $KORA_CORPUS, else the build's default.
+inline std::filesystem::path corpus() {
+  char const* env = std::getenv("KORA_CORPUS");
+  return env ? std::filesystem::path(env) : std::filesystem::path(KORA_DEFAULT_CORPUS_DIR);
 }
 
 }  // namespace kora::test

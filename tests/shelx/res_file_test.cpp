@@ -2,47 +2,19 @@
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <set>
 #include <sstream>
 #include <string>
 
-#include "kora/kernel/string_functions.hpp"
+#include "../framework/sample_files.hpp"
 #include "kora/shelx/res_database_reader.hpp"
-#include "kora/shelx/res_file.hpp"
 #include "kora/shelx/res_file_format.hpp"
+#include "res_test_support.hpp"
 
 namespace {
 
 using namespace kora;
-
-ResFile read(std::string const& text) {
-  std::istringstream in(text);
-  ResFile file;
-  file.read(in);
-  return file;
-}
-
-std::string error_of(std::string const& text) {
-  try {
-    read(text);
-  } catch (std::runtime_error const& e) {
-    return e.what();
-  }
-  return "no error";
-}
-
-// All atoms of all molecules, in order.
-std::vector<THandle<Atom>> atoms_of(ResFile const& file) {
-  std::vector<THandle<Atom>> atoms;
-  for (THandle<Molecule> const& m : *file.molecules())
-    for (THandle<Atom> const& a : m->atoms())
-      atoms.push_back(a);
-  return atoms;
-}
+using namespace kora::test;
 
 THandle<Atom> atom_named(ResFile const& file, std::string const& name) {
   for (THandle<Atom> const& a : atoms_of(file))
@@ -53,7 +25,7 @@ THandle<Atom> atom_named(ResFile const& file, std::string const& name) {
 constexpr char const* header = "TITL test\nCELL 0.71073 10 11 12 90 90 90\n";
 
 TEST(ResFile, LineRulesAndKeywords) {
-  ResFile const file = read(
+  ResFile const file = read_res(
       "TITL my title\n"
       "CELL 0.71073 10.123(4) 11 12 90 100.5(2) 90\n"
       "ZERR 4 0.0025 0.0195 0.001 0 0.03 0\n"
@@ -86,22 +58,20 @@ TEST(ResFile, LineRulesAndKeywords) {
 }
 
 TEST(ResFile, ErrorMessages) {
-  EXPECT_EQ(error_of(std::string(header) + "CELL 0.71 1 1 1 90 90 90\n"),
-            "ResFile::read(): CELL keyword occurred more than once.");
-  EXPECT_EQ(error_of(std::string(header) + "LATT 1\nLATT -1\n"),
-            "ResFile::read(): LATT keyword occurred more than once.");
-  EXPECT_EQ(error_of("C1 1 0.1 0.2 0.3\n"),
-            "ResFile::read(): Atom line found before CELL keyword.");
-  EXPECT_EQ(error_of(std::string(header) + "SFAC C\nC1 1 0.1 0.2 0.3 11 0.05 ="),
-            "ResFile::read(): Continuation line missing.");
-  EXPECT_EQ(error_of(std::string(header) + "SFAC C\nFVAR 1 0.5\nC1 1 0.1 0.2 0.3 31 0.05\n"),
-            "ResFile::read(): free variable not found.");
-  EXPECT_EQ(error_of("SFAC C\n"), "ResFile::read(): No unit cell found.");
-  EXPECT_EQ(error_of("TITL x\nCELL 0.71 10 11 12 90 90\nSFAC C\nC1 1 0.1 0.2 0.3\n"),
-            "ResFile::read(): No unit cell found.");  // a CELL line one value short
-  EXPECT_EQ(error_of(""), "ResFile::read(): No unit cell found.");
+  std::string const h = header;
+  for (auto const& [text, message] : std::vector<std::pair<std::string, std::string>>{
+           {h + "CELL 0.71 1 1 1 90 90 90\n", "CELL keyword occurred more than once."},
+           {h + "LATT 1\nLATT -1\n", "LATT keyword occurred more than once."},
+           {"C1 1 0.1 0.2 0.3\n", "Atom line found before CELL keyword."},
+           {h + "SFAC C\nC1 1 0.1 0.2 0.3 11 0.05 =", "Continuation line missing."},
+           {h + "SFAC C\nFVAR 1 0.5\nC1 1 0.1 0.2 0.3 31 0.05\n", "free variable not found."},
+           {"SFAC C\n", "No unit cell found."},
+           {"TITL x\nCELL 0.71 10 11 12 90 90\nSFAC C\nC1 1 0.1 0.2 0.3\n",
+            "No unit cell found."},  // a CELL line one value short
+           {"", "No unit cell found."}})
+    EXPECT_EQ(res_error_of(text), "ResFile::read(): " + message) << text;
   // LATT 0 and LATT 9 are ignored, so a later accepted LATT is no error.
-  EXPECT_EQ(error_of(std::string(header) + "LATT 0\nLATT 9\nLATT 2\n"), "no error");
+  EXPECT_EQ(res_error_of(h + "LATT 0\nLATT 9\nLATT 2\n"), "no error");
 }
 
 TEST(ResFile, FreeVariables) {
@@ -122,13 +92,13 @@ TEST(ResFile, FreeVariables) {
 }
 
 TEST(ResFile, OccupanciesRidingHydrogensAndContinuations) {
-  ResFile const file = read(std::string(header) +
-                            "LATT -1\nSFAC C H\nFVAR 1.0 0.6\n"
-                            "C1 1 0.5 0.5 0.5 10.5 0.04\n"  // on nothing special in P1
-                            "H1 2 0.1 0.2 0.3 21.0 -1.2\n"  // riding on C1, occupancy fv 2
-                            "C2 1 0.3 0.3 0.3 11.0 0.02 0.03 =\n"
-                            "   0.04 0.001 0.002 0.003\n"
-                            "H2 2 0.35 0.3 0.3 11.0 -1.5\n");
+  ResFile const file = read_res(std::string(header) +
+                                "LATT -1\nSFAC C H\nFVAR 1.0 0.6\n"
+                                "C1 1 0.5 0.5 0.5 10.5 0.04\n"  // on nothing special in P1
+                                "H1 2 0.1 0.2 0.3 21.0 -1.2\n"  // riding on C1, occupancy fv 2
+                                "C2 1 0.3 0.3 0.3 11.0 0.02 0.03 =\n"
+                                "   0.04 0.001 0.002 0.003\n"
+                                "H2 2 0.35 0.3 0.3 11.0 -1.5\n");
   auto const c1 = atom_named(file, "C1");
   auto const h1 = atom_named(file, "H1");
   auto const c2 = atom_named(file, "C2");
@@ -143,7 +113,7 @@ TEST(ResFile, OccupanciesRidingHydrogensAndContinuations) {
   EXPECT_DOUBLE_EQ(u->u(1, 2), 0.001);  // file order U23 U13 U12
   EXPECT_DOUBLE_EQ(u->u(0, 1), 0.003);
   EXPECT_NEAR(h2->site()->atomic_displacement_parameters()->u_iso().value(), 1.5 * 0.03, 1e-12);
-  EXPECT_NEAR(atom_named(read(std::string(header) + "SFAC H\nH1 1 0.1 0.2 0.3 11 -1.2\n"), "H1")
+  EXPECT_NEAR(atom_named(read_res(std::string(header) + "SFAC H\nH1 1 0.1 0.2 0.3 11 -1.2\n"), "H1")
                   ->site()
                   ->atomic_displacement_parameters()
                   ->u_iso()
@@ -158,23 +128,23 @@ TEST(ResFile, CentringAndInversionForEveryLattice) {
                                         {6, 4},  {-6, 2}, {7, 4},  {-7, 2}};
   for (auto [lattice, order] : orders) {
     ResFile const file =
-        read(std::string(header) + "LATT " + std::to_string(lattice) + "\nSYMM X,Y,Z\n");
+        read_res(std::string(header) + "LATT " + std::to_string(lattice) + "\nSYMM X,Y,Z\n");
     Spacegroup const g = file.cell()->spacegroup();
     EXPECT_EQ(g.order(), order) << lattice;
     EXPECT_EQ(g.inversion_at_origin(), lattice > 0) << lattice;
   }
   ResFile const p21c =
-      read(std::string(header) + "LATT 1\nSYMM -X, 1/2+Y, 1/2-Z\nSYMM -X, 1/2+Y, 1/2-Z\n");
+      read_res(std::string(header) + "LATT 1\nSYMM -X, 1/2+Y, 1/2-Z\nSYMM -X, 1/2+Y, 1/2-Z\n");
   EXPECT_EQ(p21c.cell()->spacegroup().number(), 14);
   EXPECT_EQ(p21c.cell()->spacegroup().order(), 4);
   // The inversion keeps each operator's translation: -X,1/2+Y,1/2-Z gives X,1/2-Y,1/2+Z.
-  ResFile const c2c = read(std::string(header) + "LATT 7\nSYMM -X,Y,1/2-Z\n");
+  ResFile const c2c = read_res(std::string(header) + "LATT 7\nSYMM -X,Y,1/2-Z\n");
   EXPECT_EQ(c2c.cell()->spacegroup().symbol(), "C2/c");
 }
 
 TEST(ResFile, SiteOrderAndCompleteMolecules) {
   // Half of an ethane-like C2 unit around the inversion centre at the origin of P-1.
-  ResFile const file = read(
+  ResFile const file = read_res(
       "CELL 0.71073 5 6 7 90 90 90\nLATT 1\nSFAC C O\n"
       "C1 1 0.15 0.0 0.0 11 0.03\n"
       "O1 2 0.5 0.5 0.5 10.5 0.03\n"  // on an inversion centre: 0.5 x 2 = 1
@@ -188,35 +158,25 @@ TEST(ResFile, SiteOrderAndCompleteMolecules) {
   EXPECT_EQ(file.molecule()->natoms(), 4);
 }
 
-// Symmetry completes molecules only when the operators keep the cell's distances: P4 on a
-// square cell grows a ring of four images of C1; on a cell whose a and b differ (a damaged
-// file, say) the operators would map bonds onto non-bonds, so the atoms are taken as given.
-TEST(ResFile, OperatorsMustKeepTheCell) {
-  auto const p4 = [](char const* cell) {
-    return read(std::string("CELL 0.71073 ") + cell +
-                " 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM -X,-Y,Z\nSYMM Y,-X,Z\nSFAC C\n"
-                "C1 1 0.15 0.0 0.0 11 0.03\n");
+// Symmetry completes molecules only when the operators keep the cell's distances and form a
+// group (up to whole cells): P4 on a square cell grows a ring of four images of C1 (the
+// diagonal pairs bonded too, 1.5 A apart). On a cell whose a and b differ (a damaged file,
+// say) the operators would map bonds onto non-bonds, and a mistyped translation once grew a
+// polymer of 30,000 atoms from a fuzzer's input: then the atoms are taken as given.
+TEST(ResFile, OperatorsMustKeepTheCellAndFormAGroup) {
+  struct Case {
+    char const *cell, *half_turn;
+    int atoms, bonds;
   };
-  ResFile const square = p4("5 5 7");
-  ASSERT_EQ(square.molecules()->size(), 1u);
-  EXPECT_EQ((*square.molecules())[0]->natoms(), 4);
-  EXPECT_EQ((*square.molecules())[0]->nbonds(), 6);  // the diagonal pairs too, 1.5 A apart
-  ResFile const damaged = p4("5 6 7");
-  ASSERT_EQ(damaged.molecules()->size(), 1u);
-  EXPECT_EQ((*damaged.molecules())[0]->natoms(), 1);
-}
-
-// Operators whose products are not among them (up to whole cells) are not a space group: a
-// mistyped translation once grew a polymer of 30,000 atoms from a fuzzer's input.
-TEST(ResFile, OperatorsMustFormAGroup) {
-  auto const p4 = [](char const* half_turn) {
-    return read(std::string("CELL 0.71073 5 5 7 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM ") +
-                half_turn + "\nSYMM Y,-X,Z\nSFAC C\nC1 1 0.15 0.0 0.0 11 0.03\n");
-  };
-  EXPECT_EQ((*p4("-X,-Y,1+Z").molecules())[0]->natoms(), 4);  // a whole cell away is the same
-  ResFile const mistyped = p4("-X,-Y,1/3+Z");
-  ASSERT_EQ(mistyped.molecules()->size(), 1u);
-  EXPECT_EQ((*mistyped.molecules())[0]->natoms(), 1);
+  for (Case const& c : {Case{"5 5 7", "-X,-Y,Z", 4, 6}, Case{"5 5 7", "-X,-Y,1+Z", 4, 6},
+                        Case{"5 6 7", "-X,-Y,Z", 1, 0}, Case{"5 5 7", "-X,-Y,1/3+Z", 1, 0}}) {
+    ResFile const file =
+        read_res(std::string("CELL 0.71073 ") + c.cell + " 90 90 90\nLATT -1\nSYMM -Y,X,Z\nSYMM " +
+                 c.half_turn + "\nSYMM Y,-X,Z\nSFAC C\nC1 1 0.15 0.0 0.0 11 0.03\n");
+    ASSERT_EQ(file.molecules()->size(), 1u) << c.cell << " " << c.half_turn;
+    EXPECT_EQ((*file.molecules())[0]->natoms(), c.atoms) << c.cell << " " << c.half_turn;
+    EXPECT_EQ((*file.molecules())[0]->nbonds(), c.bonds) << c.cell << " " << c.half_turn;
+  }
 }
 
 // Fuzzers' findings, rewritten: atoms crowded around special positions of Fm-3m, or at
@@ -244,7 +204,7 @@ TEST(ResFile, CrowdedImagesAreNotGrown) {
 }
 
 TEST(ResFile, WriteThenReadGivesTheSameStructure) {
-  ResFile const original = read(
+  ResFile const original = read_res(
       "TITL round trip\nCELL 0.71073 7.5(2) 8.25 9.125 90 101.5(3) 90\nZERR 4 0.002 0.001 0.001 "
       "0 0.03 0\nLATT 1\nSYMM -X,1/2+Y,1/2-Z\nSFAC C O H\n"
       "C1 1 0.1 0.2 0.3 11 0.02 0.03 0.04 0.001 0.002 0.003\n"
@@ -262,7 +222,7 @@ TEST(ResFile, WriteThenReadGivesTheSameStructure) {
   EXPECT_NE(text.find("\nLATT 1\nSYMM -x,y+1/2,-z+1/2\nSFAC C H O\nUNIT 4 4 6\n"),
             std::string::npos)
       << text;
-  ResFile const again = read(text);
+  ResFile const again = read_res(text);
   EXPECT_EQ(*again.cell(), *original.cell());
   EXPECT_EQ(again.cell()->lengths()[0].uncertainty(), original.cell()->lengths()[0].uncertainty());
   auto const a = atoms_of(original);
@@ -288,7 +248,8 @@ TEST(ResFile, WriteThenReadGivesTheSameStructure) {
 TEST(ResFile, ModelConversions) {
   ResFile file;
   EXPECT_EQ(file.molecule()->natoms(), 0);
-  ResFile const source = read(std::string(header) + "SFAC C\nC1 1 0.1 0.1 0.1\nC2 1 0.5 0.5 0.5\n");
+  ResFile const source =
+      read_res(std::string(header) + "SFAC C\nC1 1 0.1 0.1 0.1\nC2 1 0.5 0.5 0.5\n");
   THandle<CrystalMaker> const maker = source.crystal_maker();
   file.add(*maker, DatabaseEntryIdentifier("A"));
   file.add(*maker, DatabaseEntryIdentifier("B"));
@@ -304,34 +265,22 @@ TEST(ResFile, ModelConversions) {
   EXPECT_EQ(file.crystal()->nmolecules(), 2);
 }
 
-class ResIndexTest : public ::testing::Test {
- protected:
-  std::string write(std::string const& text, std::string const& extension = ".res") {
-    path_ = ::testing::TempDir() + "kora_res_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name() + extension;
-    std::ofstream(path_, std::ios::binary) << text;
-    return path_;
-  }
-  std::string identifier_of(std::string const& text) {
+TEST(ResIndex, OneEntryNamedByItsFirstTitle) {
+  ScratchFolder const folder;
+  for (auto const& [text, name] : std::vector<std::pair<std::string, std::string>>{
+           {"TITL ABCDEF in P2(1)/c\nCELL 1 2 3 4 5 6 7\nTITL second\n", "ABCDEF in P2(1)/c"},
+           {"titl abc\n", "ENTRY0"},
+           {"", "ENTRY0"},
+           {"TITL " + std::string(300, 'x') + "\n", "ENTRY0"}}) {
     std::vector<DatabaseEntryIdentifier> ids;
     std::vector<std::streampos> positions;
-    ResDatabaseReader(write(text)).parse(ids, positions);
+    ResDatabaseReader(folder.write("entry.res", text)).parse(ids, positions);
     EXPECT_EQ(positions, std::vector<std::streampos>{std::streampos(0)});
-    return ids.at(0).str();
+    EXPECT_EQ(ids.at(0).str(), name);
   }
-  void TearDown() override { std::remove(path_.c_str()); }
-  std::string path_;
-};
-
-TEST_F(ResIndexTest, OneEntryNamedByItsFirstTitle) {
-  EXPECT_EQ(identifier_of("TITL ABCDEF in P2(1)/c\nCELL 1 2 3 4 5 6 7\nTITL second\n"),
-            "ABCDEF in P2(1)/c");
-  EXPECT_EQ(identifier_of("titl abc\n"), "ENTRY0");
-  EXPECT_EQ(identifier_of(""), "ENTRY0");
-  EXPECT_EQ(identifier_of("TITL " + std::string(300, 'x') + "\n"), "ENTRY0");
-
   ResFileFormat const format;
-  std::string const path = write(std::string(header) + "SFAC C\nC1 1 0.1 0.2 0.3\n");
+  std::string const path =
+      folder.write("one.res", std::string(header) + "SFAC C\nC1 1 0.1 0.2 0.3\n");
   EXPECT_TRUE(format.make_database({path, "res"}));
   EXPECT_FALSE(format.make_database({path, "RES"}));
   EXPECT_FALSE(format.make_database({path, ".res"}));
@@ -340,144 +289,6 @@ TEST_F(ResIndexTest, OneEntryNamedByItsFirstTitle) {
   ASSERT_EQ(db->size(), 1);
   EXPECT_EQ(db->entry(0)->identifier().str(), "test");
   EXPECT_EQ(db->entry(0)->crystal_maker()->molecule(0)->natoms(), 1);
-}
-
-std::filesystem::path corpus() {
-  char const* env = std::getenv("KORA_CORPUS");
-  return env ? std::filesystem::path(env) : std::filesystem::path(KORA_DEFAULT_CORPUS_DIR);
-}
-
-// Atom lines of a RES file counted independently: lines after CELL (up to END) whose second
-// field is an SFAC number, that are not instructions.
-int atom_lines(std::filesystem::path const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::string line;
-  int count = 0;
-  bool in_continuation = false;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (in_continuation) {
-      in_continuation = false;
-      continue;
-    }
-    std::string upper = kora::toupper(line.substr(0, line.find('!')));
-    if (upper.rfind("END", 0) == 0) break;
-    std::istringstream fields(upper);
-    std::string name, number, x, y, z;
-    if (!(fields >> name >> number >> x >> y >> z)) continue;
-    if (name.size() < 1 || !std::isalpha(static_cast<unsigned char>(name[0]))) continue;
-    static char const* const skip[] = {"REM",
-                                       "AFIX",
-                                       "HFIX",
-                                       "PART",
-                                       "FVAR",
-                                       "SFAC",
-                                       "UNIT",
-                                       "CELL",
-                                       "ZERR",
-                                       "LATT",
-                                       "SYMM",
-                                       "DFIX",
-                                       "SADI",
-                                       "DANG",
-                                       "FLAT",
-                                       "SIMU",
-                                       "DELU",
-                                       "RIGU",
-                                       "ISOR",
-                                       "EADP",
-                                       "EXYZ",
-                                       "SAME",
-                                       "CONN",
-                                       "HTAB",
-                                       "WGHT",
-                                       "L.S.",
-                                       "PLAN",
-                                       "LIST",
-                                       "FMAP",
-                                       "ACTA",
-                                       "TEMP",
-                                       "OMIT",
-                                       "SHEL",
-                                       "SIZE",
-                                       "MPLA",
-                                       "CONF",
-                                       "BOND",
-                                       "TWIN",
-                                       "BASF",
-                                       "HKLF",
-                                       "RESI",
-                                       "MOVE",
-                                       "EQIV",
-                                       "TITL",
-                                       "SUMP",
-                                       "FREE",
-                                       "BUMP",
-                                       "CHIV",
-                                       "EXTI",
-                                       "MERG",
-                                       "GRID",
-                                       "MORE",
-                                       "STIR",
-                                       "SP"
-                                       "EC",
-                                       "ANIS",
-                                       "BLOC",
-                                       "DAMP",
-                                       "DEFS",
-                                       "SWAT",
-                                       "TREF",
-                                       "TIME",
-                                       "LAUE",
-                                       "DISP",
-                                       "NCSY"};
-    bool instruction = false;
-    for (char const* k : skip)
-      instruction = instruction || name.rfind(k, 0) == 0;
-    if (instruction || number.find('.') != std::string::npos) continue;
-    char* end = nullptr;
-    std::strtol(number.c_str(), &end, 10);
-    if (*end != '\0' || std::strtod(x.c_str(), &end) == HUGE_VAL) continue;
-    ++count;
-    std::string last;
-    std::istringstream all(upper);
-    for (std::string f; all >> f;)
-      last = f;
-    in_continuation = !last.empty() && last.back() == '=';
-  }
-  return count;
-}
-
-TEST(ResCorpus, EveryFileReadsWithItsAtomsAndSpaceGroup) {
-  std::filesystem::path const dir = corpus() / "res";
-  if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
-  int files = 0;
-  std::string symbols;
-  for (auto const& item : std::filesystem::directory_iterator(dir)) {
-    ++files;
-    std::string const path = item.path().string();
-    if (std::filesystem::file_size(item.path()) == 0) {
-      // An empty file has no cell at all.
-      EXPECT_THROW(ResFile{path}, std::runtime_error);
-      continue;
-    }
-    ResFile file;
-    ASSERT_NO_THROW(file = ResFile(path)) << path;
-    THandle<Cell> const cell = file.cell();
-    Spacegroup const& group = cell->spacegroup();
-    EXPECT_GT(group.number(), 0) << path;
-    symbols += item.path().filename().string() + " " + group.symbol() + "; ";
-    EXPECT_EQ(int(file.asymmetric_unit()->size()), atom_lines(item.path())) << path;
-    // Completing molecules adds images: every atom read is in a molecule, as itself or as
-    // an image that keeps its file order.
-    std::set<int> in_molecules;
-    for (THandle<Atom> const& a : atoms_of(file)) {
-      in_molecules.insert(handle_dynamic_cast<FileOrderedAtom3d>(a)->file_order());
-    }
-    EXPECT_LE(in_molecules.size(), file.asymmetric_unit()->size()) << path;
-  }
-  RecordProperty("spacegroups", symbols);
-  EXPECT_GT(files, 30);
 }
 
 }  // namespace

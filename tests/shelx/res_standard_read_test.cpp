@@ -8,19 +8,12 @@
 #include <vector>
 
 #include "kora/kernel/bond_detector.hpp"
-#include "kora/shelx/res_file.hpp"
+#include "res_test_support.hpp"
 
 namespace {
 
 using namespace kora;
-
-ResFile read(std::string const& text, bool standard) {
-  std::istringstream in(text);
-  ResFile file;
-  if (standard) file.set_read_options(ReadOptions::standard_mode());
-  file.read(in);
-  return file;
-}
+using namespace kora::test;
 
 // Fm-3m: the 23 proper rotations of the cube besides the identity; LATT 4 adds the centring
 // and the inversion.
@@ -76,7 +69,7 @@ TEST(ResStandardRead, CrowdedSpecialPositionsReadQuickly) {
     std::string const text = fm3m_header(5.64) + crowded_atoms(c.count, 5.64, c.spread, c.site);
     for (bool standard : {false, true}) {
       auto const start = std::chrono::steady_clock::now();
-      ResFile const file = read(text, standard);
+      ResFile const file = read_res(text, standard);
       double const seconds =
           std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
       EXPECT_LT(seconds, 0.5) << c.site[0] << " standard " << standard;
@@ -92,10 +85,7 @@ constexpr char const* p1_header =
     "TITL t\nCELL 0.71073 10 10 10 90 90 90\nZERR 1 0 0 0 0 0 0\nLATT -1\nSFAC C H\n";
 
 std::size_t atom_count(ResFile const& file) {
-  std::size_t n = 0;
-  for (THandle<Molecule> const& m : *file.molecules())
-    n += std::size_t(m->natoms());
-  return n;
+  return atoms_of(file).size();
 }
 
 // Standard reading ends the model at HKLF: whatever follows (reflections of HKLF -1, stray
@@ -113,8 +103,8 @@ TEST(ResStandardRead, ModelEndsAtHklf) {
   };
   for (Case const& c : cases) {
     std::string const text = std::string(p1_header) + "C1 1 0.1 0.1 0.1\n" + c.tail;
-    EXPECT_EQ(read(text, false).asymmetric_unit()->size(), c.classic) << c.tail;
-    EXPECT_EQ(read(text, true).asymmetric_unit()->size(), c.standard) << c.tail;
+    EXPECT_EQ(read_res(text, false).asymmetric_unit()->size(), c.classic) << c.tail;
+    EXPECT_EQ(read_res(text, true).asymmetric_unit()->size(), c.standard) << c.tail;
   }
 }
 
@@ -128,7 +118,7 @@ TEST(ResStandardRead, PeaksAreListedApart) {
                            "Q2 1 0.4 10.5 -0.25 11.0 0.05 0.61\n"
                            "Q3 1 0.1 0.2\n"
                            "q4 1 0.6 0.7 0.8 11.0 0.05\n";
-  ResFile const standard = read(text, true);
+  ResFile const standard = read_res(text, true);
   EXPECT_EQ(atom_count(standard), 1u);
   std::vector<DensityPeak> const& peaks = standard.structure_details().density_peaks;
   ASSERT_EQ(peaks.size(), 3u);
@@ -143,7 +133,7 @@ TEST(ResStandardRead, PeaksAreListedApart) {
   EXPECT_FALSE(peaks[2].has_height);
   EXPECT_EQ(standard.crystal_maker()->details().density_peaks.size(), 3u);
 
-  ResFile const classic = read(text, false);
+  ResFile const classic = read_res(text, false);
   EXPECT_EQ(atom_count(classic), 2u);
   EXPECT_TRUE(classic.structure_details().density_peaks.empty());
 }
@@ -173,10 +163,10 @@ TEST(ResStandardRead, DisorderPartsBondApart) {
                        "\nSFAC C H\nPART " + std::to_string(c.part1) + "\nC1 1 0.05 0 0\nPART " +
                        std::to_string(c.part2) + "\nC2 1 " + std::to_string(c.x2) +
                        " 0 0\nPART 0\nHKLF 4\nEND\n";
-    ResFile const standard = read(text, true);
+    ResFile const standard = read_res(text, true);
     EXPECT_EQ(standard.molecules()->size(), c.standard_molecules) << c.name;
     EXPECT_EQ(atom_count(standard), c.standard_atoms) << c.name;
-    ResFile const classic = read(text, false);
+    ResFile const classic = read_res(text, false);
     EXPECT_EQ(classic.molecules()->size(), c.classic_molecules) << c.name;
     EXPECT_EQ(atom_count(classic), c.classic_atoms) << c.name;
   }
@@ -198,8 +188,8 @@ TEST(ResStandardRead, HydrogenPruningKeepsToItsPart) {
       }
     return partners;
   };
-  EXPECT_EQ(partners_of_h(read(text, true)), "C1");
-  EXPECT_EQ(partners_of_h(read(text, false)), "C2");
+  EXPECT_EQ(partners_of_h(read_res(text, true)), "C1");
+  EXPECT_EQ(partners_of_h(read_res(text, false)), "C2");
 }
 
 TEST(BondDetectorParts, RuleAndMolecularMode) {

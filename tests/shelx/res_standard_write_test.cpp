@@ -1,49 +1,26 @@
 // Standard RES writing: every atom once, SHELX names and residues, occupancies on special
-// positions, free variables, PART, AFIX and riding U kept, anisotropic U, and the corpus read
-// back with the same atoms, cell and operators.
+// positions, free variables, PART, AFIX and riding U kept, and anisotropic U.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "kora/kernel/string_functions.hpp"
-#include "kora/shelx/res_file.hpp"
+#include "res_test_support.hpp"
 
 namespace {
 
 using namespace kora;
-
-ResFile read_text(std::string const& text, Mode mode = Mode::standard) {
-  ResFile file;
-  ReadOptions options;
-  options.mode = mode;
-  file.set_read_options(options);
-  std::istringstream in(text);
-  file.read(in);
-  return file;
-}
-
-// Writes an entry as the tool does: options, clear, add, print.
-std::string write_standard(CrystalStructureDatabaseEntry const& entry) {
-  ResFile writer;
-  writer.set_write_options(WriteOptions::standard_mode());
-  writer.clear();
-  writer.add(entry);
-  std::ostringstream out;
-  writer.print(out);
-  return out.str();
-}
+using namespace kora::test;
 
 std::string round_trip_text(std::string const& text) {
-  return write_standard(*read_text(text).database_entry());
+  return write_standard(*read_res(text, Mode::standard).database_entry());
 }
 
 std::string write_maker(Cell const& cell, std::vector<THandle<Atom>> const& atoms) {
@@ -84,7 +61,7 @@ std::vector<std::vector<std::string>> atom_lines(std::string const& text) {
 }
 
 Cell cell_of(char const* text) {
-  return *read_text(std::string("CELL 0.71073 ") + text + "\n").cell();
+  return *read_res(std::string("CELL 0.71073 ") + text + "\n", Mode::standard).cell();
 }
 
 constexpr char const* p21c = "TITL t\nCELL 0.71073 7 8 9 90 100 90\nLATT 1\nSYMM -X,1/2+Y,1/2-Z\n";
@@ -108,7 +85,7 @@ TEST(ResStandardWrite, AtomsOnSharedSitesAreAllWritten) {
   for (Case const& c : cases) {
     std::string const text = std::string(p21c) + c.atoms;
     std::string const written = round_trip_text(text);
-    ResFile const again = read_text(written);
+    ResFile const again = read_res(written, Mode::standard);
     EXPECT_EQ(again.asymmetric_unit()->size(), c.count) << c.name << "\n" << written;
     EXPECT_EQ(atom_lines(written).size(), c.count) << c.name;
   }
@@ -119,7 +96,7 @@ TEST(ResStandardWrite, AtomsOnSharedSitesAreAllWritten) {
 TEST(ResStandardWrite, SymmetryImagesOfMoleculesAreLeftOut) {
   std::string const text =
       std::string(p21c) + "SFAC C\nC1 1 0.08 0.0 0.0 11 0.03\nC2 1 0.5 0.5 0.5 11 0.03\n";
-  ResFile const original = read_text(text);
+  ResFile const original = read_res(text, Mode::standard);
   std::size_t in_molecules = 0;
   for (THandle<Molecule> const& m : *original.molecules())
     in_molecules += static_cast<std::size_t>(m->natoms());
@@ -174,7 +151,7 @@ TEST(ResStandardWrite, NamesAreShortUniqueAndResiduesKept) {
             std::string::npos)
       << written;
   EXPECT_NE(written.find("RESI 2 CF3\nC1    1   0.500000"), std::string::npos) << written;
-  ResFile const again = read_text(written);
+  ResFile const again = read_res(written, Mode::standard);
   std::map<std::pair<int, std::string>, int> seen;
   for (THandle<Atom> const& a : *again.asymmetric_unit()) {
     EXPECT_LE(a->label().size(), 4u);
@@ -198,7 +175,7 @@ TEST(ResStandardWrite, NamesThatRunOutMoveToANewResidue) {
   EXPECT_EQ(lines[999][0], "C999");
   EXPECT_NE(written.find("\nC999  1   0.899100"), std::string::npos);
   EXPECT_NE(written.find("\nRESI 1 RES\nC     1   0.900000"), std::string::npos) << written;
-  EXPECT_EQ(read_text(written).asymmetric_unit()->size(), 1001u);
+  EXPECT_EQ(read_res(written, Mode::standard).asymmetric_unit()->size(), 1001u);
 }
 
 // Occupancies: the site's divided by the order of the site at the written coordinates, as
@@ -225,21 +202,24 @@ TEST(ResStandardWrite, OccupanciesOnSpecialPositions) {
   };
   for (Case const& c : cases) {
     Cell const cell =
-        *read_text(std::string("CELL 0.71073 9 9 11 90 90 120\n") + c.symmetry + "SFAC C\n").cell();
+        *read_res(std::string("CELL 0.71073 9 9 11 90 90 120\n") + c.symmetry + "SFAC C\n",
+                  Mode::standard)
+             .cell();
     std::string const written =
         write_maker(cell, {atom_at(cell, "C1", "C", c.position, c.occupancy)});
     auto const lines = atom_lines(written);
     ASSERT_EQ(lines.size(), 1u) << c.name;
     EXPECT_EQ(lines[0][5], c.code) << c.name << "\n" << written;
-    THandle<Atom> const again = read_text(written).asymmetric_unit()->at(0);
+    THandle<Atom> const again = read_res(written, Mode::standard).asymmetric_unit()->at(0);
     EXPECT_NEAR(again->site()->occupancy().value(), c.occupancy, 1e-4) << c.name;
   }
   // Five decimals on a 3-fold axis: the full atom SHELX means, not a third of it.
   std::string const five =
       "CELL 0.71073 9 9 11 90 90 120\nLATT -1\nSYMM -Y,X-Y,Z\nSYMM "
       "-X+Y,-X,Z\nSFAC C\nC1 1 0.33333 0.66667 0.1 10.33333 0.02\n";
-  EXPECT_NEAR(read_text(five).asymmetric_unit()->at(0)->site()->occupancy().value(), 1.0, 1e-4);
-  EXPECT_NEAR(read_text(five, Mode::classic).asymmetric_unit()->at(0)->site()->occupancy().value(),
+  EXPECT_NEAR(read_res(five, Mode::standard).asymmetric_unit()->at(0)->site()->occupancy().value(),
+              1.0, 1e-4);
+  EXPECT_NEAR(read_res(five, Mode::classic).asymmetric_unit()->at(0)->site()->occupancy().value(),
               0.33333, 1e-6);
   // Written again, the code stays that of a 3-fold axis.
   EXPECT_EQ(atom_lines(round_trip_text(five))[0][5], "10.33333");
@@ -265,8 +245,8 @@ TEST(ResStandardWrite, FreeVariablesPartsAndRidingAtomsRoundTrip) {
         "\nC3    1   0.300000   0.320000   0.300000   -21.00000  31.00000\nRESI 3 ABC\nPART 0\n"}) {
     EXPECT_NE(written.find(expected), std::string::npos) << expected << "\n---\n" << written;
   }
-  ResFile const original = read_text(text);
-  ResFile const again = read_text(written);
+  ResFile const original = read_res(text, Mode::standard);
+  ResFile const again = read_res(written, Mode::standard);
   ASSERT_EQ(again.asymmetric_unit()->size(), original.asymmetric_unit()->size());
   EXPECT_EQ(again.structure_details().free_variables, original.structure_details().free_variables);
   EXPECT_EQ(again.structure_details().source_format, "res");
@@ -275,13 +255,10 @@ TEST(ResStandardWrite, FreeVariablesPartsAndRidingAtomsRoundTrip) {
     Atom const& b = *again.asymmetric_unit()->at(i);
     AtomDetails const& x = *a.details();
     AtomDetails const& y = *b.details();
-    EXPECT_EQ(a.label(), b.label());
-    EXPECT_EQ(x.part, y.part) << a.label();
-    EXPECT_EQ(x.afix, y.afix) << a.label();
-    EXPECT_EQ(x.shelx_occupancy, y.shelx_occupancy) << a.label();
-    EXPECT_EQ(x.shelx_u, y.shelx_u) << a.label();
-    EXPECT_EQ(x.residue_name, y.residue_name) << a.label();
-    EXPECT_EQ(x.residue_number, y.residue_number) << a.label();
+    EXPECT_EQ(std::make_tuple(a.label(), x.part, x.afix, x.shelx_occupancy, x.shelx_u,
+                              x.residue_name, x.residue_number),
+              std::make_tuple(b.label(), y.part, y.afix, y.shelx_occupancy, y.shelx_u,
+                              y.residue_name, y.residue_number));
     EXPECT_NEAR(a.site()->occupancy().value(), b.site()->occupancy().value(), 1e-9);
     EXPECT_NEAR(a.site()->atomic_displacement_parameters()->u_iso().value(),
                 b.site()->atomic_displacement_parameters()->u_iso().value(), 1e-9);
@@ -326,7 +303,7 @@ TEST(ResStandardWrite, PartOccupancyInStandardReading) {
     double occupancies[3];
   };
   for (Case const& c : {Case{Mode::standard, {0.7, 0.3, 1.0}}, Case{Mode::classic, {1, 1, 1}}}) {
-    ResFile const file = read_text(text, c.mode);
+    ResFile const file = read_res(text, c.mode);
     for (std::size_t i = 0; i < 3; ++i) {
       EXPECT_NEAR(file.asymmetric_unit()->at(i)->site()->occupancy().value(), c.occupancies[i],
                   1e-12)
@@ -337,7 +314,9 @@ TEST(ResStandardWrite, PartOccupancyInStandardReading) {
   EXPECT_NE(written.find("PART 2\nF1B   1   0.120000   0.200000   0.300000    31.00000"),
             std::string::npos)
       << written;
-  EXPECT_NEAR(read_text(written).asymmetric_unit()->at(1)->site()->occupancy().value(), 0.3, 1e-12);
+  EXPECT_NEAR(
+      read_res(written, Mode::standard).asymmetric_unit()->at(1)->site()->occupancy().value(), 0.3,
+      1e-12);
 }
 
 // Anisotropic U: six values over two lines, read back the same, by the standard and the
@@ -346,14 +325,14 @@ TEST(ResStandardWrite, AnisotropicDisplacementRoundTrip) {
   std::string const text = std::string(p21c) +
                            "SFAC C O\nC1 1 0.1 0.2 0.3 11 0.021 0.032 =\n  0.043 -0.004 0.005 "
                            "-0.006\nO1 2 0.3 0.2 0.1 11 0.035\n";
-  ResFile const original = read_text(text);
+  ResFile const original = read_res(text, Mode::standard);
   std::string const written = round_trip_text(text);
   EXPECT_NE(written.find("C1    1   0.100000   0.200000   0.300000    11.00000   0.02100   "
                          "0.03200 =\n      0.04300  -0.00400   0.00500  -0.00600\n"),
             std::string::npos)
       << written;
   for (Mode mode : {Mode::standard, Mode::classic}) {
-    ResFile const again = read_text(written, mode);
+    ResFile const again = read_res(written, mode);
     for (std::size_t i = 0; i < 2; ++i) {
       auto const& x = *original.asymmetric_unit()->at(i)->site()->atomic_displacement_parameters();
       auto const& y = *again.asymmetric_unit()->at(i)->site()->atomic_displacement_parameters();
@@ -376,8 +355,8 @@ TEST(ResStandardWrite, StandardReadingInvertsTranslations) {
     return std::any_of(ops.begin(), ops.end(),
                        [&](CrystalSymmetryOperator const& o) { return equals(o, op, 1e-9); });
   };
-  EXPECT_TRUE(has(read_text(text, Mode::standard), "X-1/4,Y-1/4,-Z"));
-  EXPECT_TRUE(has(read_text(text, Mode::classic), "X+1/4,Y+1/4,-Z"));
+  EXPECT_TRUE(has(read_res(text, Mode::standard), "X-1/4,Y-1/4,-Z"));
+  EXPECT_TRUE(has(read_res(text, Mode::classic), "X+1/4,Y+1/4,-Z"));
 }
 
 // A group whose inversion does not keep the translations (P 21/c with the origin moved an
@@ -401,7 +380,7 @@ TEST(ResStandardWrite, LatticeSignOnlyWhereBothInversionsAgree) {
     std::string const written = write_maker(cell, {atom_at(cell, "C1", "C", Point(0.1, 0.2, 0.3))});
     EXPECT_NE(written.find(c.latt), std::string::npos) << written;
     for (Mode mode : {Mode::standard, Mode::classic}) {
-      THandle<Cell> const again = read_text(written, mode).cell();
+      THandle<Cell> const again = read_res(written, mode).cell();
       auto const& back = again->spacegroup().operators();
       EXPECT_EQ(back.size(), ops->size()) << written;
       for (CrystalSymmetryOperator const& op : *ops) {
@@ -412,87 +391,6 @@ TEST(ResStandardWrite, LatticeSignOnlyWhereBothInversionsAgree) {
       }
     }
   }
-}
-
-std::filesystem::path corpus() {
-  char const* env = std::getenv("KORA_CORPUS");
-  return env ? std::filesystem::path(env) : std::filesystem::path(KORA_DEFAULT_CORPUS_DIR);
-}
-
-// Each atom of `expected` has one of `actual` with its element, fractional position (1e-5) and
-// occupancy (1e-4).
-void expect_same_atoms(std::vector<THandle<Atom>> const& expected,
-                       std::vector<THandle<Atom>> const& actual, std::string const& what) {
-  EXPECT_EQ(expected.size(), actual.size()) << what;
-  std::vector<bool> used(actual.size(), false);
-  for (THandle<Atom> const& atom : expected) {
-    Site const& s = *atom->site();
-    bool found = false;
-    for (std::size_t j = 0; j < actual.size() && !found; ++j) {
-      Site const& t = *actual[j]->site();
-      if (used[j] || actual[j]->element() != atom->element()) continue;
-      bool same = std::fabs(s.occupancy().value() - t.occupancy().value()) <= 1e-4;
-      for (std::size_t k = 0; k < 3; ++k)
-        same = same && std::fabs(s.fractional()[k] - t.fractional()[k]) <= 1e-5;
-      if (same) used[j] = found = true;
-    }
-    EXPECT_TRUE(found) << what << ": " << atom->label();
-  }
-}
-
-// Every RES and INS file of the corpus, written in standard mode and read again: the same
-// atoms (element, fractional position, occupancy), the same cell and the same operators, in
-// both reading modes. A file written as read gives back every atom line; a structure written
-// from its entry (as the tool does) every atom its molecules hold, each where the file had
-// it (atoms that completing the molecules merged with a symmetry copy are in the model once).
-TEST(ResStandardWrite, CorpusRoundTrip) {
-  std::filesystem::path const dir = corpus() / "res";
-  if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
-  int files = 0;
-  for (auto const& item : std::filesystem::directory_iterator(dir)) {
-    if (std::filesystem::file_size(item.path()) == 0) continue;
-    std::string const path = item.path().string();
-    ResFile original;
-    original.set_read_options(ReadOptions::standard_mode());
-    original.read(path);
-    original.set_write_options(WriteOptions::standard_mode());
-    std::ostringstream direct;
-    original.print(direct);
-    std::string const written = direct.str();
-    ++files;
-    for (Mode mode : {Mode::standard, Mode::classic}) {
-      ResFile const again = read_text(written, mode);
-      Cell const a = *original.cell();
-      Cell const b = *again.cell();
-      for (std::size_t k = 0; k < 3; ++k) {
-        EXPECT_NEAR(a.lengths()[k].value(), b.lengths()[k].value(), 1e-4) << path;
-        EXPECT_NEAR(a.angles()[k].value(), b.angles()[k].value(), 1e-4) << path;
-      }
-      auto const& x = a.spacegroup().operators();
-      auto const& y = b.spacegroup().operators();
-      EXPECT_EQ(x.size(), y.size()) << path;
-      for (CrystalSymmetryOperator const& op : x) {
-        EXPECT_TRUE(
-            std::any_of(y.begin(), y.end(), [&](auto const& o) { return equals(op, o, 1e-6); }))
-            << path << " " << op.to_string();
-      }
-    }
-    expect_same_atoms(*original.asymmetric_unit(), *read_text(written).asymmetric_unit(), path);
-
-    std::set<int> represented;
-    for (THandle<Molecule> const& m : *original.molecules())
-      for (THandle<Atom> const& a : m->atoms())
-        represented.insert(handle_dynamic_cast<FileOrderedAtom3d>(a)->file_order());
-    std::vector<THandle<Atom>> expected;
-    for (THandle<Atom> const& a : *original.asymmetric_unit()) {
-      if (represented.count(handle_dynamic_cast<FileOrderedAtom3d>(a)->file_order()))
-        expected.push_back(a);
-    }
-    expect_same_atoms(expected,
-                      *read_text(write_standard(*original.database_entry())).asymmetric_unit(),
-                      path + " (entry)");
-  }
-  EXPECT_GT(files, 30);
 }
 
 }  // namespace
