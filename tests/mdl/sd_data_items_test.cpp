@@ -5,10 +5,12 @@
 #include <vector>
 
 #include "kora/mdl/mol_file.hpp"
+#include "mdl_test_support.hpp"
 
 namespace {
 
 using kora::MolFile;
+namespace test = kora::test;
 using Lines = std::vector<std::string>;
 
 std::string printed(MolFile::TagCollection const& tags) {
@@ -62,12 +64,8 @@ TEST(SdDataItems, AtTheEndAnOpenItemIsDroppedAndStrayLinesGoBack) {
 // separator line, so a value holding the text is kept, in V2000 and V3000 records alike.
 TEST(SdDataItems, DollarsInsideAValue) {
   std::string const v2000 =
-      "name\n  kora\n\n  1  0  0  0  0  0  0  0  0  0999 V2000\n"
-      "    0.0000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\nM  END\n";
-  std::string const v3000 =
-      "name\n  kora\n\n  0  0  0     0  0            999 V3000\nM  V30 BEGIN CTAB\n"
-      "M  V30 COUNTS 1 0 0 0 0\nM  V30 BEGIN ATOM\nM  V30 1 C 0 0 0 0\nM  V30 END ATOM\n"
-      "M  V30 END CTAB\nM  END\n";
+      test::header() + test::counts(1, 0) + test::atom_line(0, 0, 0, "C") + "M  END\n";
+  std::string const v3000 = test::v3000_record(test::v3000_atom("1 C 0 0 0 0"));
   std::string const items = "> <price>\n5$$$$\n\n> <after>\nyes\n\n$$$$\n";
   for (std::string const& table : {v2000, v3000}) {
     for (bool const standard : {false, true}) {
@@ -75,7 +73,7 @@ TEST(SdDataItems, DollarsInsideAValue) {
       MolFile file;
       if (standard) file.set_read_options(kora::ReadOptions::standard_mode());
       file.read(in);
-      SCOPED_TRACE(std::string(standard ? "standard " : "classic ") + table.substr(40, 30));
+      SCOPED_TRACE(std::string(standard ? "standard " : "classic ") + table);
       ASSERT_EQ(file.molecule()->natoms(), 1);
       if (standard) {
         ASSERT_EQ(file.tags()->size(), 2);

@@ -10,18 +10,12 @@
 
 #include "kora/mol2/mol2_file.hpp"
 #include "mol2/mol2_standard.hpp"
+#include "mol2_test_support.hpp"
 
 namespace {
 
 using namespace kora;
-
-Mol2File read_text(std::string const& text, ReadOptions const& options) {
-  Mol2File file;
-  file.set_read_options(options);
-  std::istringstream in(text);
-  file.read(in);
-  return file;
-}
+using test::read_mol2;
 
 std::vector<std::string> symbols(Molecule const& molecule) {
   std::vector<std::string> out;
@@ -54,41 +48,28 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         // SYBYL types give what classic reading gives, whatever the name.
         ElementCase{"C.ar", "N1", "C"}, ElementCase{"Ca", "CA", "Ca"}, ElementCase{"LP", "C1", ""},
-        ElementCase{"Du", "C1", ""},
-        // GAFF: lower-case types; cl and br are the only two-letter elements.
-        ElementCase{"c3", "C1", "C"}, ElementCase{"ca", "CA", "C"}, ElementCase{"hc", "H22", "H"},
-        ElementCase{"oh", "O", "O"}, ElementCase{"n3", "N", "N"}, ElementCase{"na", "N2", "N"},
-        ElementCase{"cl", "Cl1", "Cl"}, ElementCase{"br", "BR", "Br"}, ElementCase{"os", "O3", "O"},
-        ElementCase{"p5", "P1", "P"}, ElementCase{"s6", "S", "S"}, ElementCase{"f", "F1", "F"},
-        ElementCase{"i", "I", "I"},
-        // AMBER: upper case element letter and class; ions in element case.
-        ElementCase{"CT", "CA", "C"}, ElementCase{"CA", "CG", "C"}, ElementCase{"NA", "ND1", "N"},
-        ElementCase{"N*", "N9", "N"}, ElementCase{"OW", "O", "O"}, ElementCase{"HO", "H2*", "H"},
-        ElementCase{"CL", "CL1", "Cl"}, ElementCase{"BR", "BR1", "Br"},
-        ElementCase{"Na+", "Na+", "Na"}, ElementCase{"Cl-", "CL", "Cl"},
-        ElementCase{"K+", "K", "K"}, ElementCase{"Zn", "ZN", "Zn"}, ElementCase{"Mg2+", "MG", "Mg"},
-        ElementCase{"C0", "CA", "Ca"}, ElementCase{"IP", "NA", "Na"}, ElementCase{"FE", "FE", "Fe"},
-        ElementCase{"CU", "CU", "Cu"},
-        // CHARMM: ions by name, CGenFF halogens; "CL" is also a carbonyl carbon of lipids.
-        ElementCase{"CLA", "CLA", "Cl"}, ElementCase{"SOD", "SOD", "Na"},
-        ElementCase{"CLGR1", "CL1", "Cl"}, ElementCase{"CL", "C13", "C"},
-        ElementCase{"CG321", "C2", "C"}, ElementCase{"HGA2", "H21", "H"},
-        // GLYCAM types that read as rare elements give way to the name.
-        ElementCase{"Os", "O5", "O"}, ElementCase{"Ho", "H2O", "H"}, ElementCase{"Sm", "S1", "S"},
-        ElementCase{"Pt", "PT1", "Pt"},
-        // Types that say nothing: the name decides, protein names staying light elements.
-        ElementCase{"opls_135", "C1", "C"}, ElementCase{"opls_404", "Li", "Li"},
-        ElementCase{"opls_401", "CL", "Cl"}, ElementCase{"opls_409", "ZN", "Zn"},
-        ElementCase{"opls_112", "CA", "C"}, ElementCase{"opls_140", "1HB", "H"},
-        ElementCase{"23", "HG1", "H"}, ElementCase{"5", "CD1", "C"}, ElementCase{"7", "SE", "Se"},
-        ElementCase{"7", "Fe1", "Fe"},
-        // Deuterium, and types and names without an element.
-        ElementCase{"D", "D1", "D"}, ElementCase{"D", "H1", "D"}, ElementCase{"DU", "DU", ""},
-        ElementCase{"EP", "EP1", ""}, ElementCase{"lp", "LP", ""}, ElementCase{"X", "Q1", ""},
-        ElementCase{"", "", ""},
-        // Variants of SYBYL types, and a type the name contradicts.
         ElementCase{"S.o2", "S1", "S"}, ElementCase{"N.PL3", "N1", "N"},
-        ElementCase{"c3", "N1", "N"}));
+        // GAFF: lower-case types; cl and br are the only two-letter elements.
+        ElementCase{"ca", "CA", "C"}, ElementCase{"hc", "H22", "H"}, ElementCase{"cl", "Cl1", "Cl"},
+        ElementCase{"br", "BR", "Br"}, ElementCase{"c3", "N1", "N"},  // the name contradicts
+        // AMBER: upper case element letter and class; ions in element case or looked up.
+        ElementCase{"CT", "CA", "C"}, ElementCase{"N*", "N9", "N"}, ElementCase{"HO", "H2*", "H"},
+        ElementCase{"CL", "CL1", "Cl"}, ElementCase{"Na+", "Na+", "Na"},
+        ElementCase{"Mg2+", "MG", "Mg"}, ElementCase{"C0", "CA", "Ca"},
+        ElementCase{"IP", "NA", "Na"},
+        // CHARMM: ions by name, CGenFF halogens; "CL" is also a carbonyl carbon of lipids.
+        ElementCase{"CLA", "CLA", "Cl"}, ElementCase{"CLGR1", "CL1", "Cl"},
+        ElementCase{"CL", "C13", "C"}, ElementCase{"HGA2", "H21", "H"},
+        // GLYCAM types that read as rare elements give way to the name.
+        ElementCase{"Os", "O5", "O"}, ElementCase{"Ho", "H2O", "H"}, ElementCase{"Pt", "PT1", "Pt"},
+        // Types that say nothing: the name decides, protein names staying light elements.
+        ElementCase{"opls_404", "Li", "Li"}, ElementCase{"opls_401", "CL", "Cl"},
+        ElementCase{"opls_409", "ZN", "Zn"}, ElementCase{"opls_112", "CA", "C"},
+        ElementCase{"opls_140", "1HB", "H"}, ElementCase{"23", "HG1", "H"},
+        ElementCase{"7", "SE", "Se"}, ElementCase{"7", "Fe1", "Fe"},
+        // Deuterium, and types and names without an element.
+        ElementCase{"D", "H1", "D"}, ElementCase{"DU", "DU", ""}, ElementCase{"EP", "EP1", ""},
+        ElementCase{"X", "Q1", ""}, ElementCase{"", "", ""}));
 
 constexpr char const* gaff_source =
     "@<TRIPOS>MOLECULE\n"
@@ -111,7 +92,7 @@ constexpr char const* gaff_source =
     "     4     1     5 1\n";
 
 TEST(Mol2StandardRead, ForceFieldTypedAtomsGetElementsOnlyInStandardMode) {
-  Mol2File const standard = read_text(gaff_source, ReadOptions::standard_mode());
+  Mol2File const standard = read_mol2(gaff_source, ReadOptions::standard_mode());
   EXPECT_EQ(symbols(*standard.molecule()),
             (std::vector<std::string>{"C", "Cl", "H", "H", "H", "Na"}));
   // The crystal maker's molecules carry the same elements, and the type stays in the details.
@@ -120,7 +101,7 @@ TEST(Mol2StandardRead, ForceFieldTypedAtomsGetElementsOnlyInStandardMode) {
   EXPECT_EQ(maker->molecule(1)->atom(0)->element().symbol(), "Na");
   EXPECT_EQ(maker->molecule(0)->atom(1)->details()->atom_type, "cl");
 
-  Mol2File const classic = read_text(gaff_source, ReadOptions::classic_mode());
+  Mol2File const classic = read_mol2(gaff_source, ReadOptions::classic_mode());
   EXPECT_EQ(symbols(*classic.molecule()), (std::vector<std::string>{"?", "?", "?", "?", "?", "?"}));
 }
 
@@ -146,7 +127,7 @@ TEST_P(Mol2StandardSections, EndAtTheNextHeaderAndSkipBlankLines) {
   SectionCase const c = GetParam();
   std::string const text = std::string("@<TRIPOS>MOLECULE\nwater\n") + c.counts +
                            "\nSMALL\nNO_CHARGES\n@<TRIPOS>ATOM\n" + c.atoms + c.rest;
-  Mol2File const file = read_text(text, ReadOptions::standard_mode());
+  Mol2File const file = read_mol2(text, ReadOptions::standard_mode());
   THandle<Molecule> const molecule = file.molecule();
   EXPECT_EQ(molecule->natoms(), c.natoms) << c.what;
   EXPECT_EQ(molecule->nbonds(), c.nbonds) << c.what;
@@ -179,7 +160,7 @@ TEST(Mol2StandardRead, ClassicSectionsKeepTheirCounts) {
   // The BOND header read as a fourth atom without element; no bonds.
   std::string const text = std::string("@<TRIPOS>MOLECULE\nwater\n4 2\nSMALL\nNO_CHARGES\n") +
                            "@<TRIPOS>ATOM\n" + water_atoms + water_bonds;
-  THandle<Molecule> const molecule = read_text(text, ReadOptions::classic_mode()).molecule();
+  THandle<Molecule> const molecule = read_mol2(text, ReadOptions::classic_mode()).molecule();
   EXPECT_EQ(molecule->natoms(), 4);
   EXPECT_FALSE(molecule->atom(3)->element().is_set());
   EXPECT_EQ(molecule->nbonds(), 0);
@@ -215,7 +196,7 @@ constexpr char const* unity_source =
 TEST(Mol2StandardRead, PartialChargesInBothModesFormalChargesInStandard) {
   for (ReadOptions const& options : {ReadOptions::classic_mode(), ReadOptions::standard_mode()}) {
     bool const standard = options.standard();
-    THandle<Molecule> const molecule = read_text(unity_source, options).molecule();
+    THandle<Molecule> const molecule = read_mol2(unity_source, options).molecule();
     std::vector<double> partial;
     std::vector<int> formal;
     for (int i = 0; i < molecule->natoms(); ++i) {
@@ -230,7 +211,7 @@ TEST(Mol2StandardRead, PartialChargesInBothModesFormalChargesInStandard) {
   // Without charges (in any case) the column is not taken for partial charges.
   std::string text = unity_source;
   text.replace(text.find("GASTEIGER"), 9, "No_CHARGES");
-  THandle<Molecule> const none = read_text(text, ReadOptions::standard_mode()).molecule();
+  THandle<Molecule> const none = read_mol2(text, ReadOptions::standard_mode()).molecule();
   EXPECT_FALSE(none->atom(0)->details()->has_partial_charge);
   EXPECT_EQ(none->atom(0)->formal_charge(), 1);
 }
@@ -246,9 +227,9 @@ TEST(Mol2StandardRead, EntryIdentifiersNeverFail) {
   // A file object read alone names the entry by its cut name; classic reading "UNKNWN".
   std::string const text = "@<TRIPOS>MOLECULE\n" + std::string(400, 'n') +
                            "\n1 0\nSMALL\nNO_CHARGES\n@<TRIPOS>ATOM\n1 C1 0 0 0 C.3\n";
-  EXPECT_EQ(read_text(text, ReadOptions::standard_mode()).database_entry()->identifier().str(),
+  EXPECT_EQ(read_mol2(text, ReadOptions::standard_mode()).database_entry()->identifier().str(),
             std::string(256, 'n'));
-  EXPECT_EQ(read_text(text, ReadOptions::classic_mode()).database_entry()->identifier().str(),
+  EXPECT_EQ(read_mol2(text, ReadOptions::classic_mode()).database_entry()->identifier().str(),
             "UNKNWN");
 }
 
