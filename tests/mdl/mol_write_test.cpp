@@ -102,28 +102,18 @@ TEST(MolWrite, ClassicTables) {
   MolFile file;
   file.add(*m, DatabaseEntryIdentifier("w"));
   EXPECT_EQ(classic_table(file),
-            "  3  2  0  0  0  0  0  0  0  0999 V2000\n"
-            "    0.0000    0.5000    0.0000 H      0\n"
-            "    1.5000    0.5000   10.0000 O     -1\n"
-            "  -12.3456    0.0000    0.0000 *      0\n"
-            "  1  2  4\n"
-            "  2  3  1\n"
+            "  3  2  0  0  0  0  0  0  0  0999 V2000\n    0.0000    0.5000    0.0000 H      0\n"
+            "    1.5000    0.5000   10.0000 O     -1\n  -12.3456    0.0000    0.0000 *      0\n"
+            "  1  2  4\n  2  3  1\n"
             "M  END\n");
   file.set_version(MolFile::V3000);
   EXPECT_EQ(classic_table(file),
-            "  0  0  0     0  0            999 V3000\n"
-            "M  V30 BEGIN CTAB\n"
-            "M  V30 COUNTS 3 2  0  0  0\n"
-            "M  V30 BEGIN ATOM\n"
+            "  0  0  0     0  0            999 V3000\nM  V30 BEGIN CTAB\n"
+            "M  V30 COUNTS 3 2  0  0  0\nM  V30 BEGIN ATOM\n"
             "M  V30 1 H     0.0000    0.5000    0.0000\n"
             "M  V30 2 O     1.5000    0.5000   10.0000 CHG=-1\n"
-            "M  V30 3 *   -12.3456    0.0000    0.0000\n"
-            "M  V30 END ATOM\n"
-            "M  V30 BEGIN BOND\n"
-            "M  V30 1     4    1    2\n"
-            "M  V30 1     1    2    3\n"
-            "M  V30 END BOND\n"
-            "M  V30 END CTAB\n"
+            "M  V30 3 *   -12.3456    0.0000    0.0000\nM  V30 END ATOM\nM  V30 BEGIN BOND\n"
+            "M  V30 1     4    1    2\nM  V30 1     1    2    3\nM  V30 END BOND\nM  V30 END CTAB\n"
             "M  END\n");
 }
 

@@ -27,16 +27,13 @@ std::string const water =
     "@<TRIPOS>MOLECULE\nwater\n3 2\nSMALL\nNO_CHARGES\n@<TRIPOS>ATOM\n1 O1 0 0 0 O.3\n"
     "2 H1 0.96 0 0 H\n3 H2 -0.24 0.93 0 H\n@<TRIPOS>BOND\n1 1 2 1\n2 1 3 1\n";
 std::string const two_molecules =
-    "# written by hand\n"
-    "@<TRIPOS>MOLECULE\nethanol\n 3 2 1\nSMALL\nNO_CHARGES\n\n"
-    "@<TRIPOS>COMMENT\nfirst comment line\n"
-    "@<TRIPOS>ATOM\n"
+    "# written by hand\n@<TRIPOS>MOLECULE\nethanol\n 3 2 1\nSMALL\nNO_CHARGES\n\n"
+    "@<TRIPOS>COMMENT\nfirst comment line\n@<TRIPOS>ATOM\n"
     "      1 C1          0.0000    0.0000    0.0000 C.3       1 ETH1        0.0000\n"
     "      2 C2          1.5000    0.0000    0.0000 C.3       1 ETH1        0.0000\n"
     "      3 O3          2.0000    1.4000    0.0000 O.3       1 ETH1        0.0000\n"
     "@<TRIPOS>BOND\n     1     1     2    1\n     2     2     3    1\n"
-    "@<TRIPOS>SUBSTRUCTURE\n     1 ETH1        1\n"
-    "@<TRIPOS>CRYSIN\n"
+    "@<TRIPOS>SUBSTRUCTURE\n     1 ETH1        1\n@<TRIPOS>CRYSIN\n"
     "   10.0000   11.0000   12.0000   90.0000   90.0000   90.0000    19     1\n" +
     water;
 
@@ -138,8 +135,7 @@ TEST(Mol2File, AddingStructuresWritesSubstructuresAndCrystalRecords) {
 
 TEST(Mol2Database, IndexesEntriesAndGeneratedIdentifiers) {
   ScratchFile const file(two_molecules +
-                             "@<TRIPOS>MOLECULE\r\n\r\n1\nSMALL\nNO_CHARGES\n"
-                             " @<TRIPOS>MOLECULE\n"
+                             "@<TRIPOS>MOLECULE\r\n\r\n1\nSMALL\nNO_CHARGES\n @<TRIPOS>MOLECULE\n"
                              "@<TRIPOS>MOLECULE\nABCDEF01 extra words\n1\nSMALL\nNO_CHARGES\n****\n"
                              "Generated from the VRX\n",
                          ".mol2");
