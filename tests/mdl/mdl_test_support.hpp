@@ -61,6 +61,18 @@ inline std::string header(char const* name = "name", char const* dimension = "2D
   return std::string(name) + "\n  KORATEST0101241200" + dimension + "\n\n";
 }
 
+// A V3000 record whose root table is `ctab`, followed by `after` before "M  END".
+inline std::string v3000_record(std::string const& ctab, char const* dimension = "2D",
+                                std::string const& after = "") {
+  return header("v3", dimension) + "  0  0  0     0  0            999 V3000\n" +
+         "M  V30 BEGIN CTAB\n" + ctab + "M  V30 END CTAB\n" + after + "M  END\n";
+}
+
+// The V3000 table of one atom line.
+inline std::string v3000_atom(std::string const& atom) {
+  return "M  V30 COUNTS 1 0 0 0 0\nM  V30 BEGIN ATOM\nM  V30 " + atom + "\nM  V30 END ATOM\n";
+}
+
 // The data items written and read back: the same keys, and each item's values as written
 // (trimmed; a value of blanks comes back as the blank line that ends the item).
 inline void expect_same_tags(MolFile const& file, MolFile const& back, std::string const& where) {

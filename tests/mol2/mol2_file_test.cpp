@@ -1,71 +1,46 @@
+// Mol2 files: reading an entry and its sections, printing and copying, adding structures,
+// and the index, identifiers and format descriptor of Mol2 databases.
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "kora/formats.hpp"
 #include "kora/framework/flat_file_database.hpp"
-#include "kora/kernel/string_functions.hpp"
 #include "kora/mol2/mol2_database_reader.hpp"
 #include "kora/mol2/mol2_file.hpp"
 #include "kora/mol2/mol2_file_format.hpp"
+#include "mol2_test_support.hpp"
 
 namespace {
 
 using namespace kora;
+using test::message_of;
+using test::read_mol2;
+using test::ScratchFile;
 
 // Ethanol with a comment and a cell, then a second molecule.
-constexpr char const* two_molecules =
-    "# written by hand\n"
-    "@<TRIPOS>MOLECULE\n"
-    "ethanol\n"
-    " 3 2 1\n"
-    "SMALL\n"
-    "NO_CHARGES\n"
-    "\n"
-    "@<TRIPOS>COMMENT\n"
-    "first comment line\n"
-    "@<TRIPOS>ATOM\n"
+std::string const water =
+    "@<TRIPOS>MOLECULE\nwater\n3 2\nSMALL\nNO_CHARGES\n@<TRIPOS>ATOM\n1 O1 0 0 0 O.3\n"
+    "2 H1 0.96 0 0 H\n3 H2 -0.24 0.93 0 H\n@<TRIPOS>BOND\n1 1 2 1\n2 1 3 1\n";
+std::string const two_molecules =
+    "# written by hand\n@<TRIPOS>MOLECULE\nethanol\n 3 2 1\nSMALL\nNO_CHARGES\n\n"
+    "@<TRIPOS>COMMENT\nfirst comment line\n@<TRIPOS>ATOM\n"
     "      1 C1          0.0000    0.0000    0.0000 C.3       1 ETH1        0.0000\n"
     "      2 C2          1.5000    0.0000    0.0000 C.3       1 ETH1        0.0000\n"
     "      3 O3          2.0000    1.4000    0.0000 O.3       1 ETH1        0.0000\n"
-    "@<TRIPOS>BOND\n"
-    "     1     1     2    1\n"
-    "     2     2     3    1\n"
-    "@<TRIPOS>SUBSTRUCTURE\n"
-    "     1 ETH1        1\n"
-    "@<TRIPOS>CRYSIN\n"
-    "   10.0000   11.0000   12.0000   90.0000   90.0000   90.0000    19     1\n"
-    "@<TRIPOS>MOLECULE\n"
-    "water\n"
-    "3 2\n"
-    "SMALL\n"
-    "NO_CHARGES\n"
-    "@<TRIPOS>ATOM\n"
-    "1 O1 0 0 0 O.3\n"
-    "2 H1 0.96 0 0 H\n"
-    "3 H2 -0.24 0.93 0 H\n"
-    "@<TRIPOS>BOND\n"
-    "1 1 2 1\n"
-    "2 1 3 1\n";
-
-Mol2File read_text(std::string const& text, std::istream** rest = nullptr) {
-  static std::istringstream in;
-  in.clear();
-  in.str(text);
-  Mol2File file;
-  file.read(in);
-  if (rest) *rest = &in;
-  return file;
-}
+    "@<TRIPOS>BOND\n     1     1     2    1\n     2     2     3    1\n"
+    "@<TRIPOS>SUBSTRUCTURE\n     1 ETH1        1\n@<TRIPOS>CRYSIN\n"
+    "   10.0000   11.0000   12.0000   90.0000   90.0000   90.0000    19     1\n" +
+    water;
 
 TEST(Mol2File, ReadsOneEntryAndStopsAfterTheNextHeader) {
-  std::istream* rest = nullptr;
-  Mol2File const file = read_text(two_molecules, &rest);
+  std::istringstream in(two_molecules);
+  Mol2File file;
+  file.read(in);
   EXPECT_EQ(file.molecule_name(), "ethanol");
   ASSERT_EQ(file.comments().size(), 1u);
   EXPECT_EQ(*file.comments()[0]->lines(), (std::vector<std::string>{"first comment line"}));
@@ -73,7 +48,7 @@ TEST(Mol2File, ReadsOneEntryAndStopsAfterTheNextHeader) {
   ASSERT_TRUE(file.crystal_record());
   EXPECT_EQ(file.cell()->spacegroup().symbol(), "P212121");
   std::string next;
-  std::getline(*rest, next);
+  std::getline(in, next);
   EXPECT_EQ(next, "water");  // the second header was consumed
 
   THandle<Molecule> const m = file.molecule();
@@ -86,29 +61,18 @@ TEST(Mol2File, ReadsOneEntryAndStopsAfterTheNextHeader) {
   EXPECT_EQ(entry->crystal_maker()->nmolecules(), 1);
 }
 
-TEST(Mol2File, SectionErrorsAndMissingData) {
-  for (auto [section, message] :
-       {std::pair{"ATOM", "Mol2File::read: ATOM field before MOLECULE."},
-        std::pair{"BOND", "Mol2File::read: BOND field before MOLECULE."},
-        std::pair{"SUBSTRUCTURE", "Mol2File::read: SUBSTRUCTURE field before MOLECULE."}}) {
-    try {
-      read_text(std::string("@<TRIPOS>") + section + "\n1 C 0 0 0 C.3\n");
-      ADD_FAILURE() << section;
-    } catch (std::runtime_error const& e) {
-      EXPECT_STREQ(e.what(), message);
-    }
+TEST(Mol2File, ErrorsAndMissingData) {
+  for (std::string const section : {"ATOM", "BOND", "SUBSTRUCTURE"}) {
+    EXPECT_EQ(message_of<std::runtime_error>(
+                  [&] { read_mol2("@<TRIPOS>" + section + "\n1 C 0 0 0 C.3\n"); }),
+              "Mol2File::read: " + section + " field before MOLECULE.");
   }
   Mol2File const empty;
   EXPECT_THROW(empty.molecule_name(), std::runtime_error);
-  try {
-    empty.molecule();
-    ADD_FAILURE();
-  } catch (std::runtime_error const& e) {
-    EXPECT_STREQ(e.what(),
-                 "Mol2File::molecule: There is no data from which to construct an object");
-  }
+  EXPECT_EQ(message_of<std::runtime_error>([&] { empty.molecule(); }),
+            "Mol2File::molecule: There is no data from which to construct an object");
   // Bonds naming atoms that are not there fail clearly when the molecule is built.
-  Mol2File const dangling = read_text(
+  Mol2File const dangling = read_mol2(
       "@<TRIPOS>MOLECULE\nm\n2 1\nSMALL\nNO_CHARGES\n@<TRIPOS>ATOM\n1 C 0 0 0 C.3\n2 C 1.5 0 0 "
       "C.3\n@<TRIPOS>BOND\n1 1 9 1\n");
   EXPECT_THROW(dangling.molecule(), std::invalid_argument);
@@ -116,7 +80,7 @@ TEST(Mol2File, SectionErrorsAndMissingData) {
 }
 
 TEST(Mol2File, CommentsBlankSectionsAndBadNames) {
-  Mol2File const file = read_text("@<TRIPOS>MOLECULE\n" + std::string(300, 'x') +
+  Mol2File const file = read_mol2("@<TRIPOS>MOLECULE\n" + std::string(300, 'x') +
                                   "\n1\nSMALL\nNO_CHARGES\n@<TRIPOS>COMMENT\nkept\n\nalso @ "
                                   "lost\nignored\n@<TRIPOS>ATOM\n1 C 0 0 0 C.3\n");
   ASSERT_EQ(file.comments().size(), 1u);
@@ -125,15 +89,15 @@ TEST(Mol2File, CommentsBlankSectionsAndBadNames) {
   EXPECT_EQ(file.database_entry()->identifier().str(), "UNKNWN");
 }
 
-TEST(Mol2File, PrintReadRoundTrip) {
-  Mol2File const file = read_text(two_molecules);
+TEST(Mol2File, PrintReadCopyAndClear) {
+  Mol2File const file = read_mol2(two_molecules);
   std::ostringstream out;
   file.print(out);
   std::string const text = out.str();
   EXPECT_EQ(text.substr(0, 45), "@<TRIPOS>MOLECULE\nethanol\n     3     2     1\n");
   EXPECT_NE(text.find("\n@<TRIPOS>COMMENT\nfirst comment line\n"), std::string::npos);
   EXPECT_EQ(text.back(), '\n');
-  Mol2File const again = read_text(text);
+  Mol2File const again = read_mol2(text);
   EXPECT_EQ(again, file);
   EXPECT_EQ(*again.atom_section(), *file.atom_section());
   EXPECT_EQ(*again.crystal_record(), *file.crystal_record());
@@ -149,17 +113,11 @@ TEST(Mol2File, PrintReadRoundTrip) {
 }
 
 TEST(Mol2File, AddingStructuresWritesSubstructuresAndCrystalRecords) {
-  Mol2File const source = read_text(two_molecules);
-  THandle<CrystalMaker> const maker = source.crystal_maker();
-  auto molecules = make_handle<MoleculeList>();
-  molecules->push_back(maker->molecule(0));
-  molecules->push_back(
-      read_text(std::string(two_molecules)
-                    .substr(std::string(two_molecules).find("@<TRIPOS>MOLECULE\nwater")))
-          .molecule());
-  CrystalMaker const two(maker->cell(), molecules, {}, {});
+  THandle<CrystalMaker> const maker = read_mol2(two_molecules).crystal_maker();
+  auto molecules =
+      make_handle<MoleculeList>(MoleculeList{maker->molecule(0), read_mol2(water).molecule()});
   Mol2File written;
-  written.add(two, DatabaseEntryIdentifier("ABCDEF"));
+  written.add(CrystalMaker(maker->cell(), molecules, {}, {}), DatabaseEntryIdentifier("ABCDEF"));
   EXPECT_EQ(written.substructure(), "     1 RES1       1\n     2 RES2       4");
   EXPECT_EQ(written.atom_section()->lines()[4]->atom_id(), 5);
   EXPECT_EQ(written.atom_section()->lines()[4]->substructure_name(), "RES2");
@@ -175,50 +133,36 @@ TEST(Mol2File, AddingStructuresWritesSubstructuresAndCrystalRecords) {
   EXPECT_EQ(from_molecule.bond_section()->lines()[1]->type(), "1");
 }
 
-class Mol2DatabaseTest : public ::testing::Test {
- protected:
-  std::string write(std::string const& text) {
-    path_ = ::testing::TempDir() + "kora_mol2_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".mol2";
-    std::ofstream(path_, std::ios::binary) << text;
-    return path_;
-  }
-  void TearDown() override { std::remove(path_.c_str()); }
-  std::string path_;
-};
-
-TEST_F(Mol2DatabaseTest, IndexesEntriesAndGeneratedIdentifiers) {
-  std::string const text = std::string(two_molecules) +
-                           "@<TRIPOS>MOLECULE\r\n\r\n1\nSMALL\nNO_CHARGES\n"
-                           " @<TRIPOS>MOLECULE\n"
-                           "@<TRIPOS>MOLECULE\nABCDEF01 extra words\n1\nSMALL\nNO_CHARGES\n****\n"
-                           "Generated from the VRX\n";
-  Mol2DatabaseReader const reader(write(text));
+TEST(Mol2Database, IndexesEntriesAndGeneratedIdentifiers) {
+  ScratchFile const file(two_molecules +
+                             "@<TRIPOS>MOLECULE\r\n\r\n1\nSMALL\nNO_CHARGES\n @<TRIPOS>MOLECULE\n"
+                             "@<TRIPOS>MOLECULE\nABCDEF01 extra words\n1\nSMALL\nNO_CHARGES\n****\n"
+                             "Generated from the VRX\n",
+                         ".mol2");
   std::vector<DatabaseEntryIdentifier> ids;
   std::vector<std::streampos> positions;
+  Mol2DatabaseReader const reader(file.path());
   reader.parse(ids, positions);
   ASSERT_EQ(ids.size(), 4u);
-  EXPECT_EQ(ids[0].str(), "ethanol");
-  EXPECT_EQ(ids[2].str(), "ENTRY3");
-  EXPECT_EQ(ids[3].str(), "ABCDEF01 extra words");  // a 20-character name is not a code
+  EXPECT_EQ(ids[0].str() + '|' + ids[2].str() + '|' + ids[3].str(),
+            "ethanol|ENTRY3|ABCDEF01 extra words");  // a 20-character name is not a code
   EXPECT_EQ(positions[0], std::streampos(18));
   EXPECT_EQ(reader.generated(), (std::vector<bool>{false, false, false, false}));
 
-  Mol2DatabaseReader const coded(
-      write("@<TRIPOS>MOLECULE\nABCDEF01\n1\nSMALL\nNO_CHARGES\n****\nGenerated from the VRX\n"));
-  ids.clear();
-  coded.parse(ids, positions);
-  EXPECT_EQ(coded.generated(), (std::vector<bool>{true}));
-  EXPECT_EQ(coded.set_entry_identifier(0, "ABCDEF01 and more").str(), "ABCDEF01");
-
-  std::remove(path_.c_str());
-  try {
+  std::string missing;
+  {
+    ScratchFile const coded_file(
+        "@<TRIPOS>MOLECULE\nABCDEF01\n1\nSMALL\nNO_CHARGES\n****\nGenerated from the VRX\n",
+        ".mol2");
+    missing = coded_file.path();
+    Mol2DatabaseReader const coded(missing);
+    ids.clear();
     coded.parse(ids, positions);
-    ADD_FAILURE();
-  } catch (database_error const& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "Mol2DatabaseReader::parse() couldn't retrieve entry " + path_);
+    EXPECT_EQ(coded.generated(), (std::vector<bool>{true}));
+    EXPECT_EQ(coded.set_entry_identifier(0, "ABCDEF01 and more").str(), "ABCDEF01");
   }
+  EXPECT_EQ(message_of<database_error>([&] { Mol2DatabaseReader(missing).parse(ids, positions); }),
+            "Mol2DatabaseReader::parse() couldn't retrieve entry " + missing);
 }
 
 std::string one_atom_entry(std::string const& name, char const* element) {
@@ -226,36 +170,35 @@ std::string one_atom_entry(std::string const& name, char const* element) {
          "1 " + element + "1 0 0 0 " + element + " 1 RES 0\n";
 }
 
-TEST_F(Mol2DatabaseTest, StandardIndexCutsLongNamesAndReadsEveryEntry) {
-  std::string const long_name = std::string(300, 'x');
+TEST(Mol2Database, StandardIndexCutsLongNamesAndReadsEveryEntry) {
   // 255 bytes, then a two-byte character that would be cut in two at 256.
   std::string const utf8_name = std::string(255, 'y') + "\xC3\xA9" + "z";
-  std::string const path = write(one_atom_entry("first", "C") + one_atom_entry(long_name, "N") +
-                                 one_atom_entry(utf8_name, "O") + one_atom_entry("last", "S"));
+  ScratchFile const file(one_atom_entry("first", "C") + one_atom_entry(std::string(300, 'x'), "N") +
+                             one_atom_entry(utf8_name, "O") + one_atom_entry("last", "S"),
+                         ".mol2");
   // Classic indexing refuses the file as the identifier refuses the name.
   std::vector<DatabaseEntryIdentifier> ids;
   std::vector<std::streampos> positions;
-  EXPECT_THROW(Mol2DatabaseReader(path).parse(ids, positions), std::invalid_argument);
+  EXPECT_THROW(Mol2DatabaseReader(file.path()).parse(ids, positions), std::invalid_argument);
 
-  THandle<Database<CrystalStructureDatabaseEntry>> const db =
-      Mol2FileFormat().make_database({path, "mol2", ReadOptions::standard_mode()});
+  auto const db =
+      Mol2FileFormat().make_database({file.path(), "mol2", ReadOptions::standard_mode()});
   ASSERT_TRUE(db);
   ASSERT_EQ(db->size(), 4);
-  EXPECT_EQ(db->identifier(0).str(), "first");
-  EXPECT_EQ(db->identifier(1).str(), std::string(256, 'x'));
-  EXPECT_EQ(db->identifier(2).str(), std::string(255, 'y'));
-  EXPECT_EQ(db->identifier(3).str(), "last");
+  std::vector<std::string> const names = {"first", std::string(256, 'x'), std::string(255, 'y'),
+                                          "last"};
+  char const* elements[] = {"C", "N", "O", "S"};
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(db->identifier(i).str(), names[static_cast<std::size_t>(i)]);
+    EXPECT_EQ(db->entry(i)->identifier().str(), names[static_cast<std::size_t>(i)]);
+    EXPECT_EQ(db->entry(i)->crystal_maker()->molecule(0)->atom(0)->element().symbol(), elements[i]);
+  }
   auto const index = handle_dynamic_cast<FlatFileDatabaseIndex>(db);
   ASSERT_TRUE(index);
   EXPECT_TRUE(index->read_options().standard());
-  std::vector<std::string> elements;
-  for (int i = 0; i < db->size(); ++i)
-    elements.push_back(db->entry(i)->crystal_maker()->molecule(0)->atom(0)->element().symbol());
-  EXPECT_EQ(elements, (std::vector<std::string>{"C", "N", "O", "S"}));
-  EXPECT_EQ(db->entry(1)->identifier().str(), std::string(256, 'x'));
 }
 
-TEST_F(Mol2DatabaseTest, FormatIdentifiesAndOpensDatabases) {
+TEST(Mol2Database, FormatIdentifiesAndOpensDatabases) {
   Mol2FileFormat const format;
   std::vector<std::string> extensions{"stale"};
   format.all_extensions(extensions);
@@ -263,8 +206,8 @@ TEST_F(Mol2DatabaseTest, FormatIdentifiesAndOpensDatabases) {
   EXPECT_TRUE(format.examine_line("@<TRIPOS>MOLECULE", 7));
   EXPECT_FALSE(format.examine_line(" @<TRIPOS>MOLECULE", 1));
 
-  std::string const path = write(two_molecules);
-  FileFormat::OpenParameters const parameters{path, "txt"};
+  ScratchFile const file(two_molecules, ".txt");
+  FileFormat::OpenParameters const parameters{file.path(), "txt"};
   EXPECT_TRUE(format.make_molecule_file(parameters));
   auto const db = format.make_database(parameters);
   ASSERT_TRUE(db);
@@ -273,104 +216,9 @@ TEST_F(Mol2DatabaseTest, FormatIdentifiesAndOpensDatabases) {
   EXPECT_EQ(db->entry(DatabaseEntryIdentifier("water"))->identifier().str(), "water");
   EXPECT_EQ(find_file_format(parameters)->name(), "Mol2 file");
 
-  std::string const other = write("HEADER    not a mol2 file\n");
-  EXPECT_FALSE(format.make_database({other, "mol2"}));
-  EXPECT_FALSE(format.make_molecule_file({other, "mol2"}));
-}
-
-std::filesystem::path corpus() {
-  char const* env = std::getenv("KORA_CORPUS");
-  return env ? std::filesystem::path(env) : std::filesystem::path(KORA_DEFAULT_CORPUS_DIR);
-}
-
-// Counts the MOLECULE records of a file and their announced atoms, independently.
-std::vector<std::pair<int, int>> announced_counts(std::filesystem::path const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::vector<std::pair<int, int>> counts;
-  std::string line;
-  while (kora::getline(in, line)) {
-    if (line.rfind("@<TRIPOS>MOLECULE", 0) != 0) continue;
-    kora::getline(in, line);
-    do
-      kora::getline(in, line);
-    while (in && line.empty());
-    std::istringstream fields(line);
-    int atoms = 0, bonds = 0;
-    fields >> atoms >> bonds;
-    counts.emplace_back(atoms, bonds);
-  }
-  return counts;
-}
-
-// What a print and a second read keep of a file. Two things are lost by design of the
-// record layout: the molecule type (always written as SMALL) and, for an atom line without
-// a substructure name, its charge (the empty name leaves two blanks, and the charge is then
-// read back as the name).
-void expect_same_content(Mol2File const& a, Mol2File const& b, std::string const& where) {
-  Mol2Molecule const& ma = *a.molecule_record();
-  Mol2Molecule const& mb = *b.molecule_record();
-  EXPECT_TRUE(ma.name() == mb.name() && ma.number_of_atoms() == mb.number_of_atoms() &&
-              ma.number_of_bonds() == mb.number_of_bonds() &&
-              ma.number_of_substructures() == mb.number_of_substructures() &&
-              ma.charge_type() == mb.charge_type())
-      << where;
-  auto const& la = a.atom_section()->lines();
-  auto const& lb = b.atom_section()->lines();
-  ASSERT_EQ(la.size(), lb.size()) << where;
-  for (std::size_t i = 0; i < la.size(); ++i) {
-    Mol2AtomLine const& x = *la[i];
-    Mol2AtomLine const& y = *lb[i];
-    bool const same = x.substructure_name().empty()
-                          ? Mol2AtomLine(x.atom_id(), x.name(), x.x(), x.y(), x.z(), x.type(),
-                                         x.substructure_id(), "", 0) ==
-                                Mol2AtomLine(y.atom_id(), y.name(), y.x(), y.y(), y.z(), y.type(),
-                                             y.substructure_id(), "", 0)
-                          : x == y;
-    EXPECT_TRUE(same) << where << " atom " << i;
-  }
-  if (a.bond_section() && !a.bond_section()->empty()) {
-    ASSERT_TRUE(b.bond_section()) << where;
-    EXPECT_EQ(*a.bond_section(), *b.bond_section()) << where;
-  }
-  if (a.crystal_record() && a.crystal_record()->setting() != 0) {
-    ASSERT_TRUE(b.crystal_record()) << where;
-    EXPECT_EQ(*a.crystal_record(), *b.crystal_record()) << where;
-  }
-}
-
-TEST(Mol2Corpus, EveryFileReadsCountsAndRoundTrips) {
-  std::filesystem::path const dir = corpus() / "mol2";
-  if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
-  int files = 0;
-  for (auto const& item : std::filesystem::directory_iterator(dir)) {
-    if (item.path().extension() != ".mol2") continue;
-    ++files;
-    std::string const path = item.path().string();
-    std::vector<std::pair<int, int>> const counts = announced_counts(item.path());
-    std::vector<DatabaseEntryIdentifier> ids;
-    std::vector<std::streampos> positions;
-    ASSERT_NO_THROW(Mol2DatabaseReader(path).parse(ids, positions)) << path;
-    ASSERT_EQ(positions.size(), counts.size()) << path;
-    std::ifstream in(path, std::ios::binary);
-    for (std::size_t k = 0; k < counts.size(); ++k) {
-      in.clear();
-      in.seekg(positions[k]);
-      Mol2File file;
-      ASSERT_NO_THROW(file.read(in)) << path << " entry " << k;
-      ASSERT_TRUE(file.atom_section()) << path;
-      EXPECT_EQ(int(file.atom_section()->lines().size()), counts[k].first) << path;
-      int const bonds = file.bond_section() ? int(file.bond_section()->lines().size()) : 0;
-      EXPECT_EQ(bonds, counts[k].second) << path;
-      EXPECT_NO_THROW(file.database_entry()) << path << " entry " << k;
-      std::ostringstream out;
-      file.print(out);
-      std::istringstream back(out.str());
-      Mol2File again;
-      again.read(back);
-      expect_same_content(file, again, path + " entry " + std::to_string(k));
-    }
-  }
-  EXPECT_GT(files, 10);
+  ScratchFile const other("HEADER    not a mol2 file\n", ".mol2");
+  EXPECT_FALSE(format.make_database({other.path(), "mol2"}));
+  EXPECT_FALSE(format.make_molecule_file({other.path(), "mol2"}));
 }
 
 }  // namespace

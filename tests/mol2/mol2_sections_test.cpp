@@ -9,10 +9,12 @@
 #include "kora/mol2/mol2_bond.hpp"
 #include "kora/mol2/mol2_crysin.hpp"
 #include "kora/mol2/mol2_molecule.hpp"
+#include "mol2_test_support.hpp"
 
 namespace {
 
 using namespace kora;
+using test::message_of;
 
 Mol2AtomLine atom_line(std::string const& text) {
   std::istringstream in(text);
@@ -30,8 +32,6 @@ TEST(Mol2AtomLine, PrintsTheExampleLineByteForByte) {
   std::ostringstream out;
   line.print(out);
   EXPECT_EQ(out.str(), "     1 C1       1.2340  -0.5000   2.0000   C.ar      1 RES1   0.0000");
-  EXPECT_TRUE(out.flags() & std::ios::fixed);
-  EXPECT_EQ(out.precision(), 4);
   out.str("");
   out << std::setfill('*');
   Mol2AtomLine(12, "LONGNAME", 0, 0, 0, "N.pl3", 2, "", -1).print(out);
@@ -105,12 +105,9 @@ TEST(Mol2Atom, SectionReadsByCountAndSelectsSubstructures) {
 
   std::istringstream none("1 C1 0 0 0 C.3\n");
   EXPECT_TRUE(Mol2Atom(none, -5).empty());
-  try {
-    Mol2Atom(none, 2'000'000'000);
-    ADD_FAILURE() << "no exception";
-  } catch (std::runtime_error const& e) {
-    EXPECT_NE(std::string(e.what()).find("2000000000"), std::string::npos);
-  }
+  EXPECT_NE(
+      message_of<std::runtime_error>([&] { Mol2Atom(none, 2'000'000'000); }).find("2000000000"),
+      std::string::npos);
 }
 
 TEST(Mol2Atom, FromMoleculeNeedsPositions) {
@@ -121,12 +118,8 @@ TEST(Mol2Atom, FromMoleculeNeedsPositions) {
     atoms->push_back(THandle<Atom>(make_handle<FileOrderedAtom3d>(i, Element("C"), "C", site)));
   }
   Molecule3d const molecule(atoms, make_handle<std::vector<THandle<BondData>>>());
-  try {
-    Mol2Atom section(molecule);
-    ADD_FAILURE() << "no exception";
-  } catch (std::invalid_argument const& e) {
-    EXPECT_STREQ(e.what(), "Internal error in Mol2Atom: atom 2 does not have position information");
-  }
+  EXPECT_EQ(message_of<std::invalid_argument>([&] { Mol2Atom section(molecule); }),
+            "Internal error in Mol2Atom: atom 2 does not have position information");
 }
 
 // Types given by the caller are used as given, and must be one per atom or bond.
@@ -145,16 +138,10 @@ TEST(Mol2Sections, FromSubsetsWithTheirTypes) {
   EXPECT_EQ(Mol2Bond(subsets, {{"ar"}}).lines()[0]->type(), "ar");
   // The types found by the sections themselves are those given by the molecule.
   EXPECT_EQ(Mol2Atom(subsets).lines()[0]->type(), molecule->sybyl_atom_types()[0]);
-  auto const message = [](auto make) {
-    try {
-      make();
-    } catch (std::invalid_argument const& e) {
-      return std::string(e.what());
-    }
-    return std::string("(no error)");
-  };
-  EXPECT_EQ(message([&] { Mol2Atom(subsets, {{"C.3"}}); }), "Mol2Atom: 1 types for 2 atoms");
-  EXPECT_EQ(message([&] { Mol2Bond(subsets, {}); }), "Mol2Bond: 0 types for 1 subsets");
+  EXPECT_EQ(message_of<std::invalid_argument>([&] { Mol2Atom(subsets, {{"C.3"}}); }),
+            "Mol2Atom: 1 types for 2 atoms");
+  EXPECT_EQ(message_of<std::invalid_argument>([&] { Mol2Bond(subsets, {}); }),
+            "Mol2Bond: 0 types for 1 subsets");
 }
 
 TEST(Mol2Bond, LinesTypesAndPrinting) {
@@ -184,6 +171,11 @@ TEST(Mol2Bond, LinesTypesAndPrinting) {
   EXPECT_EQ(Mol2Bond(back, 2), section);
 }
 
+Mol2Crysin read_crysin(std::string const& text) {
+  std::istringstream in(text);
+  return Mol2Crysin(in);
+}
+
 Mol2Molecule molecule_record(std::string const& text) {
   std::istringstream in(text);
   return Mol2Molecule(in);
@@ -203,14 +195,9 @@ TEST(Mol2Molecule, CountsLineRules) {
   EXPECT_EQ(printed(zero_sub), "m\n     5     4     1\nSMALL\nUSER_CHARGES\n");
   EXPECT_EQ(molecule_record("m\n12abc x\nSMALL\n").number_of_bonds(), 0);
 
-  try {
-    molecule_record("name\n\n\nSMALL\n");
-    ADD_FAILURE() << "no exception";
-  } catch (std::invalid_argument const& e) {
-    EXPECT_STREQ(e.what(),
-                 "Failed to read Mol2 file.The file's number of atoms and bonds line\nis corrupt "
-                 "(less than 2 fields)\n\nOffending line in file is: >> <<");
-  }
+  EXPECT_EQ(message_of<std::invalid_argument>([] { molecule_record("name\n\n\nSMALL\n"); }),
+            "Failed to read Mol2 file.The file's number of atoms and bonds line\nis corrupt "
+            "(less than 2 fields)\n\nOffending line in file is: >> <<");
 }
 
 TEST(Mol2Molecule, FromTheModel) {
@@ -246,18 +233,12 @@ TEST(Mol2Crysin, ConversionsPrintingAndEquality) {
   EXPECT_EQ(printed(p21c),
             "    5.0000    6.0000    7.0000   90.0000  100.0000   90.0000    14     1");
   EXPECT_EQ(printed(crysin("P 2/b 1 1")), "");  // a setting of no row: nothing printed
-  std::istringstream in("5.0009 6 7 90 100 90 14 5");
-  Mol2Crysin const read(in);
-  EXPECT_EQ(read.convert_to_kora().symbol(), "...");
-  EXPECT_FALSE(read == p21c);  // settings differ
-  std::istringstream in2("5.0009 6 7 90 100 90 14 1");
-  EXPECT_EQ(Mol2Crysin(in2), p21c);
-  std::istringstream in3("5.001 6 7 90 100 90 14 1");
-  EXPECT_FALSE(Mol2Crysin(in3) == p21c);
-  std::istringstream in4("5 6 7 90 90 90 3 2");
-  EXPECT_EQ(Mol2Crysin(in4).convert_to_kora().symbol(), "---");
-  std::istringstream in5("5 6 7 90 90 90 0 0");
-  EXPECT_EQ(Mol2Crysin(in5).cell().spacegroup().number(), 1);
+  EXPECT_EQ(read_crysin("5.0009 6 7 90 100 90 14 5").convert_to_kora().symbol(), "...");
+  EXPECT_FALSE(read_crysin("5.0009 6 7 90 100 90 14 5") == p21c);  // settings differ
+  EXPECT_EQ(read_crysin("5.0009 6 7 90 100 90 14 1"), p21c);
+  EXPECT_FALSE(read_crysin("5.001 6 7 90 100 90 14 1") == p21c);
+  EXPECT_EQ(read_crysin("5 6 7 90 90 90 3 2").convert_to_kora().symbol(), "---");
+  EXPECT_EQ(read_crysin("5 6 7 90 90 90 0 0").cell().spacegroup().number(), 1);
 }
 
 TEST(Mol2Crysin, EveryTableEntryConvertsBothWays) {
@@ -268,9 +249,9 @@ TEST(Mol2Crysin, EveryTableEntryConvertsBothWays) {
       std::string const& symbol = table[number][k];
       if (symbol == "---" || symbol == "...") continue;
       ++entries;
-      std::istringstream in("10 10 10 90 90 90 " + std::to_string(number) + " " +
-                            std::to_string(k + 1));
-      Spacegroup const group = Mol2Crysin(in).convert_to_kora();
+      Spacegroup const group =
+          read_crysin("10 10 10 90 90 90 " + std::to_string(number) + " " + std::to_string(k + 1))
+              .convert_to_kora();
       bool const hexagonal_r = symbol[0] == 'R' && k == 0;
       EXPECT_EQ(group.symbol(), hexagonal_r ? symbol + "r" : symbol) << number << "/" << k + 1;
       // The way back finds the same number and setting.
@@ -284,9 +265,6 @@ TEST(Mol2Crysin, EveryTableEntryConvertsBothWays) {
     }
   }
   EXPECT_EQ(entries, 495);
-  EXPECT_EQ(table[3][1], "---");
-  EXPECT_EQ(table[14][4], "...");
-  EXPECT_EQ(table[118][1], "C-42b");
 }
 
 }  // namespace
