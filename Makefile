@@ -78,14 +78,14 @@ python-bench: python
 # Every corpus file converted by kora (standard mode) to every format and read back by kora:
 # every entry must agree with the source on what the target format carries (run by CI).
 interop-kora: build python
-	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) tests/interop/interop.py --readers kora \
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) probes/interop.py --readers kora \
 	  --kora $(BUILD_DIR)/bin/kora --require-all
 
 # The same read back by kora and by RDKit, Open Babel, gemmi and cctbx (installed from Debian
 # when missing); prints the matrix of agreeing entries and every disagreement.
 interop: build python
 	bash scripts/install-deps.sh --peers
-	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) tests/interop/interop.py \
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) probes/interop.py \
 	  --kora $(BUILD_DIR)/bin/kora --details $(BUILD_DIR)/interop-details.tsv
 
 # Every corpus file read by kora (standard mode) and by a peer: RDKit for SD and Mol2, gemmi
@@ -93,7 +93,7 @@ interop: build python
 # entries and every difference grouped by reason (each one in $(PYTHON_DIR)/reading-details.tsv).
 reading: python
 	bash scripts/install-deps.sh --peers
-	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) tests/interop/reading.py \
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) probes/reading.py \
 	  --details $(PYTHON_DIR)/reading-details.tsv
 
 # The libFuzzer harnesses (clang), each for FUZZ_SECONDS on its seeds; a crash, sanitizer

@@ -1,4 +1,4 @@
-"""The reading check (tests/interop/reading.py): entries paired across readers, alternate
+"""The reading check (probes/reading.py): entries paired across readers, alternate
 locations selected as kora selects them, differences found and grouped by reason, and a run
 that goes on when a reader fails. The peers themselves are not needed: entries are built by
 hand and the readers replaced."""
@@ -14,7 +14,7 @@ import pytest
 
 from conftest import REPO
 
-sys.path.insert(0, str(REPO / "tests" / "interop"))
+sys.path.insert(0, str(REPO / "probes"))
 
 import reading  # noqa: E402
 from interop import Entry, parse_operator  # noqa: E402

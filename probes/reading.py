@@ -203,7 +203,7 @@ def write_details(tally, path):
 
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
-    root = os.path.dirname(os.path.dirname(here))
+    root = os.path.dirname(here)
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--corpus", default=os.environ.get("KORA_CORPUS",
                                                            os.path.join(root, "..", "shared", "corpus")))

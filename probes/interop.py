@@ -251,7 +251,7 @@ def report(agree, total, failures, exceptions, out):
 
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
-    root = os.path.dirname(os.path.dirname(here))
+    root = os.path.dirname(here)
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--readers", default="kora,rdkit,openbabel,gemmi,cctbx")
     parser.add_argument("--kora", default=os.path.join(root, "build", "bin", "kora"))
