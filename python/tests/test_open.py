@@ -10,17 +10,10 @@ import shutil
 import pytest
 
 import kora
+from conftest import sd_record
 
 DRUGS = ["aspirin", "paracetamol", "caffeine", "ibuprofen", "nicotine"]
 EXAMPLES = ["drugs.sdf", "drugs.mol2", "peptide.pdb", "benzoic_acid.res"]
-
-
-def sd_records(*names):
-    """An SD file of one-carbon records with these names."""
-    record = ("{}\n  test\n\n  1  0  0  0  0  0  0  0  0  0999 V2000\n"
-              "    0.0000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\n"
-              "M  END\n$$$$\n")
-    return "".join(record.format(name) for name in names)
 
 
 def test_version_is_the_project_version(repo_dir):
@@ -90,7 +83,7 @@ def test_shelx_peaks_are_not_atoms_unless_reading_is_classic(write_text):
 
 def changed_after_opening(path):
     db = kora.open(path)
-    path.write_text(sd_records("changed"))
+    path.write_text(sd_record("changed"))
     return db[1]
 
 
@@ -104,11 +97,14 @@ def changed_after_opening(path):
     # A RES file without a cell is indexed, but not readable.
     ("empty.res", "", lambda path: kora.open(path)[0].molecules, kora.DatabaseError, "."),
     ("a.sdf", "drugs", changed_after_opening, kora.DatabaseError, "."),
+    ("cut.sdf.gz", "cut", kora.open, RuntimeError, "cut.sdf.gz.*truncated gzip data"),
 ])
 def test_failures_are_python_exceptions(tmp_path, drugs_sdf, name, text, call, error, message):
     path = tmp_path / name
+    packed = gzip.compress(drugs_sdf.read_bytes())
+    contents = {"drugs": drugs_sdf.read_bytes(), "cut": packed[:len(packed) // 2]}
     if text is not None:
-        path.write_text(drugs_sdf.read_text() if text == "drugs" else text)
+        path.write_bytes(contents.get(text) or text.encode())
     with pytest.raises(error, match=message):
         call(path)
     assert issubclass(kora.DatabaseError, RuntimeError)
@@ -117,10 +113,9 @@ def test_failures_are_python_exceptions(tmp_path, drugs_sdf, name, text, call, e
 def test_iteration_goes_on_after_an_unreadable_entry(write_text):
     # The middle record announces two atoms and gives none. Iteration reads entries in
     # batches, but raises at that entry, in its place, and then goes on.
-    carbons = "    0.0000    0.0000    0.0000 C   0  0  0  0  0  0\n" * 2
-    record = "{}\n  kora\n\n  2  0  0  0  0  0  0  0  0  0999 V2000\n{}M  END\n$$$$\n"
-    db = kora.open(write_text("broken.sdf", record.format("first", carbons)
-                              + record.format("broken", "") + record.format("third", carbons)))
+    broken = "broken\n  test\n\n  2  0  0  0  0  0  0  0  0  0999 V2000\nM  END\n$$$$\n"
+    db = kora.open(write_text("broken.sdf", sd_record("first", "CC") + broken
+                              + sd_record("third", "CC")))
     assert db.identifiers == ["first", "broken", "third"]
     entries = iter(db)
     assert next(entries).identifier == "first"
@@ -180,11 +175,3 @@ def test_saved_index(tmp_path, drugs_sdf):
         assert again.identifiers == DRUGS
         assert [again[i].molecule.formula for i in (4, 0, 1, 2, 3)] == [
             formulas[i] for i in (4, 0, 1, 2, 3)]
-
-
-def test_truncated_gzip_file_is_refused_naming_it(tmp_path, drugs_sdf):
-    data = gzip.compress(drugs_sdf.read_bytes())
-    packed = tmp_path / "cut.sdf.gz"
-    packed.write_bytes(data[: len(data) // 2])
-    with pytest.raises(RuntimeError, match="cut.sdf.gz.*truncated gzip data"):
-        kora.open(packed)

@@ -2,6 +2,7 @@
 pandas, molecules for RDKit and structures for gemmi, and the type stubs."""
 
 import ast
+import importlib
 import math
 import os
 import pathlib
@@ -12,59 +13,15 @@ import sys
 import pytest
 
 import kora
+from conftest import sd_record
 
-# Two records: charges, isotopes (13C, deuterium); data items, one of several lines, two missing from the
-# second record, one named like a column of the table.
-SD_WITH_DATA = """\
-acetate
-  test
-
-  4  3  0  0  0  0  0  0  0  0999 V2000
-    0.0000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0
-    1.5000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0
-    2.1000    1.0000    0.0000 O   0  0  0  0  0  0  0  0  0  0  0  0
-    2.1000   -1.0000    0.0000 O   0  5  0  0  0  0  0  0  0  0  0  0
-  1  2  1  0
-  2  3  2  0
-  2  4  1  0
-M  CHG  1   4  -1
-M  ISO  1   1  13
-M  END
-> <MW>
-59.04
-
-> <formula>
-as given
-
-> <NOTE>
-first
-second line
-
-$$$$
-ammonium
-  test
-
-  2  1  0  0  0  0  0  0  0  0999 V2000
-    0.0000    0.0000    0.0000 N   0  3  0  0  0  0  0  0  0  0  0  0
-    1.0000    0.0000    0.0000 D   0  0  0  0  0  0  0  0  0  0  0  0
-  1  2  1  0
-M  CHG  1   1   1
-M  END
-> <MW>
-18.04
-
-$$$$
-"""
-
-
-class PathLike:
-    """An os.PathLike that is neither str nor pathlib.Path."""
-
-    def __init__(self, path):
-        self.path = str(path)
-
-    def __fspath__(self):
-        return self.path
+# Two records: charges, isotopes (13C, deuterium); data items, one of several lines, two missing
+# from the second record, one named like a column of the table.
+SD_WITH_DATA = sd_record(
+    "acetate", ["C", "C", "O", ("O", 5)], [(1, 2, 1), (2, 3, 2), (2, 4, 1)],
+    "M  CHG  1   4  -1\nM  ISO  1   1  13\n",
+    [("MW", "59.04"), ("formula", "as given"), ("NOTE", "first\nsecond line")],
+) + sd_record("ammonium", [("N", 3), "D"], [(1, 2, 1)], "M  CHG  1   1   1\n", [("MW", "18.04")])
 
 
 def open_descriptors_to(path):
@@ -110,7 +67,7 @@ def test_use_after_close_is_a_value_error(drugs_sdf, use):
             call(db)
 
 
-@pytest.mark.parametrize("kind", [pathlib.Path, PathLike, os.fsencode])
+@pytest.mark.parametrize("kind", [pathlib.Path, os.fsencode])
 def test_every_function_taking_a_path(tmp_path, drugs_sdf, kind):
     assert kora.identify(kind(drugs_sdf)) == "sdf"
     db = kora.open(kind(drugs_sdf))
@@ -134,126 +91,127 @@ def test_a_missing_peer_is_a_clear_import_error(monkeypatch, drugs_sdf, benzoic_
         call(drugs_sdf, benzoic_res)
 
 
-class TestPandas:
+def test_pandas_table_of_sd_data_items(write_text):
     pandas = pytest.importorskip("pandas")
-
-    def test_sd_data_items_are_columns(self, write_text):
-        table = kora.open(write_text("two.sdf", SD_WITH_DATA)).to_pandas()
-        assert list(table.columns[:14]) == [
-            "identifier", "molecules", "atoms", "bonds", "formula", "charge", "a", "b", "c",
-            "alpha", "beta", "gamma", "spacegroup", "spacegroup_number"]
-        assert set(table.columns[14:]) == {"MW", "data:formula", "NOTE"}
-        values = table.drop(columns=list("abc") + ["alpha", "beta", "gamma"]).to_dict("list")
-        assert values == {
-            "identifier": ["acetate", "ammonium"], "molecules": [1, 1], "atoms": [4, 2],
-            "bonds": [3, 1], "formula": ["C2O2", "DN"], "charge": [-1, 1],
-            "spacegroup": [None, None], "spacegroup_number": [self.pandas.NA] * 2,
-            # Lines are joined, a missing item is None.
-            "MW": ["59.04", "18.04"], "data:formula": ["as given", None],
-            "NOTE": ["first\nsecond line", None]}
-        assert table["a"].isna().all()
-        assert [str(table[c].dtype) for c in ("atoms", "a", "spacegroup_number")] == [
-            "int64", "float64", "Int64"]
-
-    def test_crystal_cell_columns(self, benzoic_res, peptide_pdb):
-        row = kora.open(benzoic_res).to_pandas().iloc[0]
-        assert [row[k] for k in ("a", "b", "c", "alpha", "beta", "gamma")] == pytest.approx(
-            [9.5, 10.1, 14.9, 90.0, 97.0, 90.0])
-        assert (row["spacegroup"], row["spacegroup_number"]) == ("P21/c", 14)
-        # A PDB file's unit-cube CRYST1 is no cell, as Entry.cell says.
-        assert kora.open(peptide_pdb)[0].cell is None
-        assert math.isnan(kora.open(peptide_pdb).to_pandas()["a"][0])
+    table = kora.open(write_text("two.sdf", SD_WITH_DATA)).to_pandas()
+    assert list(table.columns[:14]) == [
+        "identifier", "molecules", "atoms", "bonds", "formula", "charge", "a", "b", "c",
+        "alpha", "beta", "gamma", "spacegroup", "spacegroup_number"]
+    assert set(table.columns[14:]) == {"MW", "data:formula", "NOTE"}
+    values = table.drop(columns=list("abc") + ["alpha", "beta", "gamma"]).to_dict("list")
+    assert values == {
+        "identifier": ["acetate", "ammonium"], "molecules": [1, 1], "atoms": [4, 2],
+        "bonds": [3, 1], "formula": ["C2O2", "DN"], "charge": [-1, 1],
+        "spacegroup": [None, None], "spacegroup_number": [pandas.NA] * 2,
+        # Lines are joined, a missing item is None.
+        "MW": ["59.04", "18.04"], "data:formula": ["as given", None],
+        "NOTE": ["first\nsecond line", None]}
+    assert table["a"].isna().all()
+    assert [str(table[c].dtype) for c in ("atoms", "a", "spacegroup_number")] == [
+        "int64", "float64", "Int64"]
 
 
-def bonds_by_atoms(bonds):
-    return {tuple(sorted(pair)): order for pair, order in bonds}
+def test_pandas_cell_columns(benzoic_res, peptide_pdb):
+    pytest.importorskip("pandas")
+    row = kora.open(benzoic_res).to_pandas().iloc[0]
+    assert [row[k] for k in ("a", "b", "c", "alpha", "beta", "gamma")] == pytest.approx(
+        [9.5, 10.1, 14.9, 90.0, 97.0, 90.0])
+    assert (row["spacegroup"], row["spacegroup_number"]) == ("P21/c", 14)
+    # A PDB file's unit-cube CRYST1 is no cell, as Entry.cell says.
+    assert kora.open(peptide_pdb)[0].cell is None
+    assert math.isnan(kora.open(peptide_pdb).to_pandas()["a"][0])
 
 
-class TestRdkit:
+def rdkit_view(mol):
+    """Atoms (symbol, charge, isotope) and bonds by sorted atom pairs."""
+    return ([(a.GetSymbol(), a.GetFormalCharge(), a.GetIsotope()) for a in mol.GetAtoms()],
+            {tuple(sorted((b.GetBeginAtomIdx(), b.GetEndAtomIdx()))): str(b.GetBondType())
+             for b in mol.GetBonds()})
+
+
+def test_rdkit_reads_the_same_records(write_text, drugs_sdf):
     Chem = pytest.importorskip("rdkit.Chem")
-
-    def rdkit_view(self, mol):
-        return ([(a.GetSymbol(), a.GetFormalCharge(), a.GetIsotope()) for a in mol.GetAtoms()],
-                bonds_by_atoms(((b.GetBeginAtomIdx(), b.GetEndAtomIdx()), b.GetBondType())
-                               for b in mol.GetBonds()))
-
-    def test_agrees_with_rdkit_reading_the_same_records(self, write_text, drugs_sdf):
-        for path in (write_text("two.sdf", SD_WITH_DATA), drugs_sdf):
-            theirs = self.Chem.SDMolSupplier(str(path), sanitize=False, removeHs=False)
-            for entry, their in zip(kora.open(path), theirs, strict=True):
-                mol = entry.to_rdkit()
-                assert self.rdkit_view(mol) == self.rdkit_view(their), entry.identifier
-                assert mol.GetConformer().GetPositions() == pytest.approx(
-                    their.GetConformer().GetPositions(), abs=1e-4)
-                assert mol.GetProp("_Name") == entry.identifier
-                assert {k: mol.GetProp(k) for k in entry.data} == entry.data
-
-    def test_aromatic_bonds_and_atoms_are_flagged(self, drugs_mol2):
-        entry = kora.open(drugs_mol2)["aspirin"]
-        mol = entry.to_rdkit()
-        kinds = bonds_by_atoms((b.atoms, b.type.name) for b in entry.molecule.bonds)
-        assert bonds_by_atoms(((b.GetBeginAtomIdx(), b.GetEndAtomIdx()), str(b.GetBondType()))
-                              for b in mol.GetBonds()) == kinds
-        assert sum(a.GetIsAromatic() for a in mol.GetAtoms()) == 6
-        assert sum(b.GetIsAromatic() for b in mol.GetBonds()) == 6
+    for path in (write_text("two.sdf", SD_WITH_DATA), drugs_sdf):
+        theirs = Chem.SDMolSupplier(str(path), sanitize=False, removeHs=False)
+        for entry, their in zip(kora.open(path), theirs, strict=True):
+            mol = entry.to_rdkit()
+            assert rdkit_view(mol) == rdkit_view(their), entry.identifier
+            assert mol.GetConformer().GetPositions() == pytest.approx(
+                their.GetConformer().GetPositions(), abs=1e-4)
+            assert mol.GetProp("_Name") == entry.identifier
+            assert {k: mol.GetProp(k) for k in entry.data} == entry.data
 
 
-class TestGemmi:
+def test_rdkit_aromatic_bonds_and_atoms_are_flagged(drugs_mol2):
+    pytest.importorskip("rdkit.Chem")
+    entry = kora.open(drugs_mol2)["aspirin"]
+    mol = entry.to_rdkit()
+    assert rdkit_view(mol)[1] == {tuple(sorted(b.atoms)): b.type.name for b in
+                                  entry.molecule.bonds}
+    assert sum(a.GetIsAromatic() for a in mol.GetAtoms()) == 6
+    assert sum(b.GetIsAromatic() for b in mol.GetBonds()) == 6
+
+
+def gemmi_atoms(structure):
+    return [(ch.name, r.name, r.seqid.num, r.het_flag, a.name, a.element.name, a.charge, a.occ,
+             a.b_iso, round(a.pos.x, 3), round(a.pos.y, 3), round(a.pos.z, 3))
+            for m in structure for ch in m for r in ch for a in r]
+
+
+def test_gemmi_pdb_residues_and_chains_as_gemmi_reads_them(peptide_pdb):
     gemmi = pytest.importorskip("gemmi")
+    assert gemmi_atoms(kora.open(peptide_pdb)[0].to_gemmi()) == gemmi_atoms(
+        gemmi.read_structure(str(peptide_pdb)))
 
-    def atoms(self, structure):
-        return [(ch.name, r.name, r.seqid.num, r.het_flag, a.name, a.element.name, a.charge,
-                 a.occ, a.b_iso, round(a.pos.x, 3), round(a.pos.y, 3), round(a.pos.z, 3))
-                for m in structure for ch in m for r in ch for a in r]
 
-    def test_pdb_residues_and_chains_as_gemmi_reads_them(self, peptide_pdb):
-        ours = kora.open(peptide_pdb)[0].to_gemmi()
-        assert self.atoms(ours) == self.atoms(self.gemmi.read_structure(str(peptide_pdb)))
-
-    def test_crystal_cell_space_group_and_atoms(self, benzoic_res):
-        entry = kora.open(benzoic_res)[0]
-        structure = entry.to_gemmi()
-        assert structure.name == entry.identifier
-        assert structure.cell.parameters == pytest.approx((9.5, 10.1, 14.9, 90, 97, 90))
-        assert structure.find_spacegroup().number == 14
-        atoms = [a for r in structure[0][0] for a in r]
-        assert [a.element.name for a in atoms] == [a.element for a in entry.molecule.atoms]
-        assert [x for a in atoms for x in a.pos.tolist()] == pytest.approx(
-            entry.molecule.coordinates.ravel().tolist(), abs=1e-6)
-
-    def test_symmetry_images_are_left_to_gemmi(self, write_text):
-        # Half of a C2 unit on the inversion centre of P-1: kora completes the molecule.
-        entry = kora.open(write_text("half.res", "TITL half\nCELL 0.71073 10 10 10 90 90 90\n"
-                                     "LATT 1\nSFAC C H\nC1 1 0.055 0.045 0.03 11.0 0.04\nEND\n"))[0]
-        assert entry.molecule.natoms == 2
-        structure = entry.to_gemmi()
-        assert structure.spacegroup_hm == "P -1"
-        assert [a.name for r in structure[0][0] for a in r] == ["C1"]
-        search = self.gemmi.NeighborSearch(structure[0], structure.cell, 3).populate()
-        atom = structure[0][0][0][0]
-        assert len(search.find_atoms(atom.pos, "\0", radius=2.0)) == 2  # itself and its image
+def test_gemmi_crystal_atoms_given_once(write_text):
+    gemmi = pytest.importorskip("gemmi")
+    # Half of a C2 unit on the inversion centre of P-1: kora completes the molecule, the
+    # structure leaves the image to gemmi's symmetry.
+    entry = kora.open(write_text("half.res", "TITL half\nCELL 0.71073 10 10 10 90 90 90\n"
+                                 "LATT 1\nSFAC C H\nC1 1 0.055 0.045 0.03 11.0 0.04\nEND\n"))[0]
+    assert entry.molecule.natoms == 2
+    structure = entry.to_gemmi()
+    assert (structure.name, structure.spacegroup_hm) == ("half", "P -1")
+    assert structure.cell.parameters == pytest.approx((10, 10, 10, 90, 90, 90))
+    [atom] = [a for r in structure[0][0] for a in r]
+    assert (atom.name, atom.element.name, atom.pos.tolist()) == ("C1", "C", pytest.approx(
+        [0.55, 0.45, 0.3]))
+    search = gemmi.NeighborSearch(structure[0], structure.cell, 3).populate()
+    assert len(search.find_atoms(atom.pos, "\0", radius=2.0)) == 2  # itself and its image
 
 
 STUB = pathlib.Path(kora.__file__).with_name("__init__.pyi")
 
 
-def test_every_public_name_and_member_is_in_the_stub():
-    assert STUB.with_name("py.typed").is_file()
+def declared(stub):
+    """The top-level names of a stub, and the members of each class it declares."""
     names, members = set(), {}
-    for node in ast.parse(STUB.read_text()).body:
+    for node in ast.parse(stub.read_text()).body:
         if isinstance(node, ast.ClassDef):
             members[node.name] = {n.target.id if isinstance(n, ast.AnnAssign) else n.name
                                   for n in node.body
                                   if isinstance(n, (ast.AnnAssign, ast.FunctionDef))}
         names.add(node.target.id if isinstance(node, ast.AnnAssign) else getattr(
             node, "name", None))
-    public = {n for n in dir(kora._kora) if not n.startswith("__")} | set(kora.__all__)
-    assert public | {"__version__"} <= names
+    return names, members
+
+
+@pytest.mark.parametrize("module", ["kora", "kora.dask"])
+def test_every_public_name_and_member_is_in_the_stub(module):
+    pytest.importorskip("dask")
+    module = importlib.import_module(module)
+    names, members = declared(pathlib.Path(module.__file__).with_suffix(".pyi"))
+    assert STUB.with_name("py.typed").is_file()
+    public = {n for n, v in vars(module).items() if not n.startswith("_")
+              and not isinstance(v, type(os))
+              and getattr(v, "__module__", module.__name__).startswith("kora")}
+    assert public | set(getattr(module, "__all__", [])) <= names
     special = {"__len__", "__getitem__", "__contains__", "__iter__", "__next__", "__enter__",
                "__exit__"}
     for name in public:
-        cls = getattr(kora, name)
-        if isinstance(cls, type) and not issubclass(cls, Exception):
+        cls = getattr(module, name)
+        if isinstance(cls, type) and not issubclass(cls, (Exception, tuple)):
             own = {m for m in vars(cls) if (not m.startswith("__") or m in special)
                    and m != "_pybind11_conduit_v1_"}
             assert own <= members[name], f"{name}: {sorted(own - members[name])}"

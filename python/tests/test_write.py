@@ -2,11 +2,13 @@
 and what a failed write leaves behind."""
 
 import os
+import pathlib
 
 import numpy as np
 import pytest
 
 import kora
+from conftest import sd_record
 
 # How far a coordinate may move when written: half the last decimal the format writes.
 TOLERANCE = {"mol2": 5.1e-5, "sdf": 5.1e-5, "pdb": 5.1e-4, "res": 2e-4}
@@ -34,19 +36,8 @@ def test_round_trip(tmp_path, examples_dir, source, target):
                 assert after.spacegroup.number == before.spacegroup.number
 
 
-CHARGED_SD = """ammonium
-  test
-
-  1  0  0  0  0  0  0  0  0  0999 V2000
-    0.0000    0.0000    0.0000 N   0  0  0  0  0  0  0  0  0  0  0  0
-M  CHG  1   1   1
-M  ISO  1   1  15
-M  END
->  <KIND>
-cation
-
-$$$$
-"""
+CHARGED_SD = sd_record("ammonium", "N", properties="M  CHG  1   1   1\nM  ISO  1   1  15\n",
+                       data=[("KIND", "cation")])
 
 
 def test_sd_options(tmp_path, write_text):
@@ -100,46 +91,44 @@ def test_format_from_extension_or_argument(tmp_path, drugs_sdf):
         assert kora.to_string(entry, fmt or written) == (tmp_path / name).read_text()
 
 
+def changed_after_opening(db, directory):
+    """A database over a copy of db's file, changed after opening."""
+    changed = directory.parent / "changed.sdf"
+    changed.write_bytes(pathlib.Path(db.path).read_bytes())
+    db = kora.open(changed)
+    changed.write_text("changed\n")
+    return db
+
+
 @pytest.mark.parametrize("call, error", [
-    (lambda path, db: kora.write(path.with_name("a.xyz"), db[0]), ValueError),
-    (lambda path, db: kora.write(path.with_name("noext"), db[0]), ValueError),
-    (lambda path, db: kora.write(path, db[0], format="xyz"), ValueError),
-    (lambda path, db: kora.to_string(db[0], "xyz"), ValueError),
-    (lambda path, db: kora.to_string("not a structure", "sdf"), TypeError),
-    (lambda path, db: kora.write(path, [db[0], db[1], 42]), TypeError),
-    (lambda path, db: kora.write(path, (db[i] if i < 2 else 1 / 0 for i in range(3))),
+    (lambda out, db: kora.write(out / "a.xyz", db[0]), ValueError),
+    (lambda out, db: kora.write(out / "noext", db[0]), ValueError),
+    (lambda out, db: kora.write(out / "out.sdf", db[0], format="xyz"), ValueError),
+    (lambda out, db: kora.to_string(db[0], "xyz"), ValueError),
+    (lambda out, db: kora.to_string("not a structure", "sdf"), TypeError),
+    (lambda out, db: kora.write(out / "out.sdf", [db[0], db[1], 42]), TypeError),
+    (lambda out, db: kora.write(out / "out.sdf", (db[i] if i < 2 else 1 / 0 for i in range(3))),
      ZeroDivisionError),
-    (lambda path, db: kora.write(path.with_suffix(".res"), db), ValueError),
-    (lambda path, db: kora.write(path.parent / "missing" / "out.sdf", db[0]), OSError),
-    (lambda path, db: kora.write(path.parent / "taken.sdf", db[0]), OSError),
-    (lambda path, db: kora.write(42, db[0]), TypeError),
+    (lambda out, db: kora.write(out / "out.res", db), ValueError),
+    (lambda out, db: kora.write(out / "missing" / "out.sdf", db[0]), OSError),
+    (lambda out, db: kora.write(out / "taken.sdf", db[0]), OSError),
+    (lambda out, db: kora.write(42, db[0]), TypeError),
+    (lambda out, db: kora.write(out / "out.sdf", changed_after_opening(db, out)),
+     kora.DatabaseError),
 ], ids=["unknown extension", "no extension", "unknown format", "unknown to_string format",
         "not a structure", "item of the wrong type", "iterable that raises",
         "several entries into one res file", "missing directory", "path that is a directory",
-        "path that is no path"])
+        "path that is no path", "entry that cannot be read"])
 def test_a_failed_write_leaves_the_files_as_they_were(tmp_path, drugs_sdf, call, error):
-    (tmp_path / "taken.sdf").mkdir()
+    out = tmp_path / "out"
+    (out / "taken.sdf").mkdir(parents=True)
     for name in ("out.sdf", "out.res"):
-        (tmp_path / name).write_text("old content\n")
+        (out / name).write_text("old content\n")
     with pytest.raises(error) as raised:
-        call(tmp_path / "out.sdf", kora.open(drugs_sdf))
+        call(out, kora.open(drugs_sdf))
     assert str(raised.value)
-    assert sorted(os.listdir(tmp_path)) == ["out.res", "out.sdf", "taken.sdf"]
-    assert (tmp_path / "out.sdf").read_text() == (tmp_path / "out.res").read_text() == \
-        "old content\n"
-
-
-def test_an_entry_that_cannot_be_read_leaves_the_file_as_it_was(tmp_path, drugs_sdf):
-    changed = tmp_path / "changed.sdf"
-    changed.write_bytes(drugs_sdf.read_bytes())
-    db = kora.open(changed)
-    changed.write_text("changed\n")
-    target = tmp_path / "out.sdf"
-    target.write_text("old content\n")
-    with pytest.raises(kora.DatabaseError):
-        kora.write(target, db)
-    assert target.read_text() == "old content\n"
-    assert sorted(os.listdir(tmp_path)) == ["changed.sdf", "out.sdf"]
+    assert sorted(os.listdir(out)) == ["out.res", "out.sdf", "taken.sdf"]
+    assert (out / "out.sdf").read_text() == (out / "out.res").read_text() == "old content\n"
 
 
 def test_an_existing_file_is_replaced(tmp_path, drugs_sdf):
