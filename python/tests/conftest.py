@@ -1,9 +1,6 @@
-"""Paths and small files shared by the tests of the Python module.
-
-The examples are the repository's own small files. Real-world files are read from
-$KORA_CORPUS, or ../shared/corpus beside the repository, and the tests that need them skip
-when neither exists.
-"""
+"""Paths and small files shared by the tests of the Python module: the repository's
+examples, and the corpus of real-world files ($KORA_CORPUS, else ../shared/corpus beside the
+repository; the tests that need it skip without it)."""
 
 import os
 import pathlib
@@ -25,11 +22,6 @@ def sd_record(name, atoms="C", bonds=(), properties="", data=()):
     lines += [f"{i:3d}{j:3d}{order:3d}  0" for i, j, order in bonds]
     items = "".join(f">  <{key}>\n{text}\n\n" for key, text in data)
     return "\n".join(lines) + "\n" + properties + "M  END\n" + items + "$$$$\n"
-
-
-@pytest.fixture(scope="session")
-def repo_dir():
-    return REPO
 
 
 @pytest.fixture(scope="session")

@@ -1,9 +1,6 @@
 """Real-world files of the corpus: every one reads, or fails with the module's own exceptions
-and a message, and what it reads holds together as the module presents it.
-
-The corpus is read where it lies ($KORA_CORPUS or ../shared/corpus); this test skips
-without it. The large files of its bench/ folder are left to python/bench_sd.py.
-"""
+and a message, and what it reads holds together as the module presents it. The large files of
+its bench/ folder are left to python/bench_sd.py."""
 
 import kora
 

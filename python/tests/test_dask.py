@@ -6,7 +6,6 @@ import gzip
 import math
 import os
 import pathlib
-import runpy
 
 import numpy
 import pytest
@@ -30,14 +29,14 @@ def client():
     cluster.close()
 
 
-def notes_sd(drugs_sdf, note):
+def notes_sd(drugs_sdf):
     """Twelve SD records R00..R11 of the example molecules; record n has n % 3 more data
-    items, NOTE0 first seen in R01, NOTE1 in R02, their values note.format(n)."""
+    items, NOTE0 first seen in R01, NOTE1 in R02, of two lines each."""
     records = drugs_sdf.read_text().split("$$$$\n")[:-1]
     out = []
     for n in range(12):
         record = records[n % len(records)].split("\n", 1)[1]
-        notes = "".join(f">  <NOTE{k}>\n{note.format(n)}\n\n" for k in range(n % 3))
+        notes = "".join(f">  <NOTE{k}>\nnote {n}\nsecond line\n\n" for k in range(n % 3))
         out.append(f"R{n:02d}\n{record}{notes}$$$$\n")
     return "".join(out)
 
@@ -48,16 +47,12 @@ def inputs(tmp_path_factory, drugs_sdf, drugs_mol2, peptide_pdb):
     directory = tmp_path_factory.mktemp("dask")
     texts = {"many.sdf": drugs_sdf.read_text() * COPIES,
              "many.mol2": drugs_mol2.read_text() * COPIES,
-             "many.pdb": peptide_pdb.read_text() * COPIES,
-             # Data items holding "$$$$" inside lines, in runs of several records.
-             "dollar.sdf": notes_sd(drugs_sdf, "price 5$$$$ {}\n  $$$$ tail"),
-             "notes.sdf": notes_sd(drugs_sdf, "note {}\nsecond line")}
+             "many.pdb": peptide_pdb.read_text() * COPIES, "notes.sdf": notes_sd(drugs_sdf)}
     paths = {}
     for name, text in texts.items():
-        paths[name] = directory / name
-        paths[name].write_text(text)
-        paths[name + ".gz"] = directory / (name + ".gz")
-        paths[name + ".gz"].write_bytes(gzip.compress(text.encode()))
+        for suffix, data in (("", text.encode()), (".gz", gzip.compress(text.encode()))):
+            paths[name + suffix] = directory / (name + suffix)
+            paths[name + suffix].write_bytes(data)
     return paths
 
 
@@ -80,7 +75,7 @@ def assert_records_match(records, path):
 
 @pytest.mark.parametrize("name, per_partition", [
     ("many.sdf", 1), ("many.mol2.gz", 4), ("many.pdb", 1000), ("many.pdb.gz", 4),
-    ("dollar.sdf.gz", 5),
+    ("notes.sdf.gz", 5),
 ])
 def test_bag_entries_are_those_of_a_sequential_read(client, inputs, name, per_partition):
     bag = kd.read_bag(inputs[name], entries_per_partition=per_partition)
@@ -99,14 +94,6 @@ def test_files_and_patterns_follow_one_another_in_the_order_given(client, inputs
     starts = [i for i, r in enumerate(records) if r.entry_index == 0] + [len(records)]
     for name, start, stop in zip(order, starts[:-1], starts[1:], strict=True):
         assert_records_match(records[start:stop], inputs[name])
-
-
-def test_saved_index(tmp_path, drugs_sdf):
-    for save in (False, True):
-        path = tmp_path / f"{save}.sdf"
-        path.write_text(drugs_sdf.read_text() * 3)
-        kd.read_bag(path, entries_per_partition=4, save_index=save)
-        assert pathlib.Path(str(path) + ".kora-index").exists() == save
 
 
 def test_a_file_changed_after_indexing_is_refused(client, tmp_path, drugs_sdf):
@@ -182,16 +169,3 @@ def test_filtered_partitions_keep_their_records_only(client, inputs, tmp_path):
     names = kd.to_files(bag.filter(lambda r: r.atoms > 24), tmp_path / "*.sdf")
     written = [e.identifier for name in names for e in kora.open(name)]
     assert written == ["ibuprofen", "nicotine"] * COPIES
-
-
-def test_the_example_summarises_data_items_as_pandas_does(client, inputs, repo_dir):
-    script = repo_dir / "python" / "examples" / "dask_convert.py"
-    example = runpy.run_path(str(script))  # its functions, without running its main block
-    path = inputs["notes.sdf"]
-    summary = example["data_item_summary"](kd.read_dataframe(path, 5), ["MW", "NOTE0", "NOTE1"])
-    assert list(summary["present"]) == [12, 8, 4]
-    assert list(summary["distinct"]) == [5, 8, 4]
-    mw = kora.open(path).to_pandas()["MW"].astype(float)
-    assert summary.loc["MW", ["min", "mean", "max"]].tolist() == pytest.approx(
-        [mw.min(), mw.mean(), mw.max()])
-    assert summary.loc["NOTE0"].isna()["mean"]

@@ -3,32 +3,29 @@ failures arrive as."""
 
 import gzip
 import os
-import pathlib
 import re
 import shutil
 
 import pytest
 
 import kora
-from conftest import sd_record
+from conftest import REPO, sd_record
 
 DRUGS = ["aspirin", "paracetamol", "caffeine", "ibuprofen", "nicotine"]
 EXAMPLES = ["drugs.sdf", "drugs.mol2", "peptide.pdb", "benzoic_acid.res"]
 
 
-def test_version_is_the_project_version(repo_dir):
-    cmake = (repo_dir / "CMakeLists.txt").read_text()
+def test_version_is_the_project_version():
+    cmake = (REPO / "CMakeLists.txt").read_text()
     assert kora.__version__ == re.search(r"project\(kora\s+VERSION\s+([0-9.]+)", cmake).group(1)
 
 
 def test_formats():
-    formats = {f.name: f for f in kora.formats()}
-    assert {name: f.description for name, f in formats.items()} == {
-        "mol2": "Mol2 file", "sdf": "MOL file", "pdb": "PDB file", "res": "SHELX file"}
-    assert {name: set(f.extensions) for name, f in formats.items()} == {
-        "mol2": {"mol2", "mol"}, "sdf": {"sdf", "sd", "mol", "mdl"}, "pdb": {"pdb", "ent"},
-        "res": {"res", "ins"}}
-    assert all(f.writeable is True and type(f.extensions) is list for f in formats.values())
+    formats = kora.formats()
+    assert [(f.name, f.description) for f in formats] == [
+        ("mol2", "Mol2 file"), ("sdf", "MOL file"), ("pdb", "PDB file"), ("res", "SHELX file")]
+    assert all(f.writeable is True and type(f.extensions) is list for f in formats)
+    assert "ins" in formats[3].extensions and "sd" in formats[1].extensions
 
 
 @pytest.mark.parametrize("example, fmt, identifiers", [
@@ -51,14 +48,12 @@ def test_examples_identify_and_open_plain_and_gzip(tmp_path, examples_dir, examp
 
 def test_identify_gives_none_when_no_format_takes_the_file(tmp_path, write_text):
     assert kora.identify(write_text("hello.txt", "hello\n")) is None
-    assert kora.identify(write_text("empty.sdf", "")) is None
     assert kora.identify(tmp_path / "missing.sdf") is None
     assert kora.identify(tmp_path) is None
 
 
 @pytest.mark.parametrize("example, alias, fmt", [
-    ("drugs.sdf", "SD", "sdf"), ("drugs.sdf", "Mol", "sdf"), ("drugs.sdf", "MDL", "sdf"),
-    ("drugs.mol2", "MOL2", "mol2"), ("peptide.pdb", "ent", "pdb"),
+    ("drugs.sdf", "MDL", "sdf"), ("drugs.mol2", "MOL2", "mol2"), ("peptide.pdb", "ent", "pdb"),
     ("benzoic_acid.res", "INS", "res"),
 ])
 def test_format_names_and_aliases_read_a_file_of_any_name(tmp_path, examples_dir, example,
@@ -158,20 +153,15 @@ class TestDatabaseProtocol:
         assert db.nearest("B") == (2, m.NEAREST)  # the smallest identifier above
         assert db.nearest("zebra") == (1, m.NEAREST)  # nothing above: the largest below
 
-    def test_path_like_arguments(self, drugs_sdf):
-        assert kora.open(pathlib.PurePath(drugs_sdf)).identifiers == DRUGS
-
 
 def test_saved_index(tmp_path, drugs_sdf):
     plain = tmp_path / "drugs.sdf"
     shutil.copy(drugs_sdf, plain)
     packed = tmp_path / "drugs.sdf.gz"
     packed.write_bytes(gzip.compress(drugs_sdf.read_bytes()))
-    formulas = [e.molecule.formula for e in kora.open(drugs_sdf)]
     for path in (plain, packed):  # a gzip file's index keeps its decompression checkpoints
         saved = kora.open(path).save_index()
         assert saved == str(path) + ".kora-index" and os.path.exists(saved)
         again = kora.open(path)
-        assert again.identifiers == DRUGS
-        assert [again[i].molecule.formula for i in (4, 0, 1, 2, 3)] == [
-            formulas[i] for i in (4, 0, 1, 2, 3)]
+        assert [again[i].identifier for i in (4, 0, 2)] == [DRUGS[i] for i in (4, 0, 2)]
+        assert again[3].molecule.formula == "C13H18O2"

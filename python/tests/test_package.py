@@ -6,7 +6,6 @@ import importlib
 import math
 import os
 import pathlib
-import site
 import subprocess
 import sys
 
@@ -15,25 +14,20 @@ import pytest
 import kora
 from conftest import sd_record
 
-# Two records: charges, isotopes (13C, deuterium); data items, one of several lines, two missing
-# from the second record, one named like a column of the table.
+# Two records: charges, isotopes (13C, deuterium); data items, one of several lines, one
+# repeated (the first wins), two missing from the second record, one named like a column.
 SD_WITH_DATA = sd_record(
     "acetate", ["C", "C", "O", ("O", 5)], [(1, 2, 1), (2, 3, 2), (2, 4, 1)],
     "M  CHG  1   4  -1\nM  ISO  1   1  13\n",
     [("MW", "59.04"), ("formula", "as given"), ("NOTE", "first\nsecond line")],
-) + sd_record("ammonium", [("N", 3), "D"], [(1, 2, 1)], "M  CHG  1   1   1\n", [("MW", "18.04")])
+).replace("$$$$", "> 25 <NOTE>\nlater\n\n$$$$") + sd_record(
+    "ammonium", [("N", 3), "D"], [(1, 2, 1)], "M  CHG  1   1   1\n", [("MW", "18.04")])
 
 
 def open_descriptors_to(path):
     """How many of the process's file descriptors point at a file."""
-    target = os.path.realpath(path)
-    count = 0
-    for fd in os.listdir("/proc/self/fd"):
-        try:
-            count += os.readlink(f"/proc/self/fd/{fd}") == target
-        except OSError:
-            pass  # the descriptor of the listing itself
-    return count
+    fds = pathlib.Path("/proc/self/fd").iterdir()
+    return sum(os.path.realpath(fd) == os.path.realpath(path) for fd in fds)
 
 
 @pytest.mark.skipif(not os.path.isdir("/proc/self/fd"), reason="needs /proc")
@@ -44,10 +38,6 @@ def test_with_block_lets_go_of_the_file(drugs_sdf):
     assert db.closed and open_descriptors_to(drugs_sdf) == 0
     assert entry.molecule.formula == "C8H10N4O2"  # entries read before stay usable
     assert repr(db) == f"<kora.Database {drugs_sdf} (sdf, closed)>"
-    with pytest.raises(KeyError):
-        with kora.open(drugs_sdf) as db:
-            db["no such entry"]
-    assert db.closed
 
 
 @pytest.mark.parametrize("use", [
@@ -217,39 +207,9 @@ def test_every_public_name_and_member_is_in_the_stub(module):
             assert own <= members[name], f"{name}: {sorted(own - members[name])}"
 
 
-def mypy(tmp_path, *arguments):
-    """mypy --strict's error lines for files or a program in tmp_path."""
-    pytest.importorskip("mypy")
-    package_parent = pathlib.Path(kora.__file__).parent.parent
-    env = dict(os.environ)
-    env.pop("MYPYPATH", None)
-    if package_parent not in {pathlib.Path(p) for p in site.getsitepackages()}:
-        env["MYPYPATH"] = str(package_parent)  # a build directory on PYTHONPATH
-    result = subprocess.run(
-        [sys.executable, "-m", "mypy", "--strict", "--no-error-summary", "--cache-dir",
-         str(tmp_path / "cache"), *arguments], cwd=tmp_path, env=env, capture_output=True,
-        text=True)
-    return [line for line in result.stdout.splitlines() if ": error:" in line], result
-
-
 def test_stubs_pass_strict_mypy(tmp_path):
-    errors, result = mypy(tmp_path, str(STUB), str(STUB.with_name("dask.pyi")))
-    assert result.returncode == 0 and not errors, result.stdout + result.stderr
-
-
-def test_mypy_checks_programs_against_the_stubs(tmp_path):
-    (tmp_path / "program.py").write_text(
-        "import kora\n"
-        "with kora.open('x.sdf') as db:\n"
-        "    for entry in db:\n"
-        "        n: int = entry.molecule.natoms + len(db)\n"
-        "        cell = entry.cell\n"
-        "        lengths = cell.lengths if cell is not None else None\n"
-        "        x: float = float(entry.molecule.coordinates[0, 0])\n"
-        "        t: kora.BondType = entry.molecule.bonds[0].type\n"
-        "kora.write('out.mol2', db[0])\n"
-        "db = kora.open(3)\n"
-        "name: int = db[0].identifier\n"
-        "db[0].cell.a\n")
-    errors, result = mypy(tmp_path, "program.py")
-    assert [int(e.split(":")[1]) for e in errors] == [10, 11, 12], result.stdout
+    pytest.importorskip("mypy")
+    result = subprocess.run(
+        [sys.executable, "-m", "mypy", "--strict", "--cache-dir", str(tmp_path), str(STUB),
+         str(STUB.with_name("dask.pyi"))], capture_output=True, text=True)
+    assert result.returncode == 0, result.stdout + result.stderr

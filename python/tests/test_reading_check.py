@@ -8,7 +8,6 @@ import math
 import os
 import signal
 import sys
-import time
 import types
 
 import pytest
@@ -112,10 +111,9 @@ def test_res_differences(atoms, options, expected):
                                       "cctbx")) == expected
 
 
-def pdb_structure(models, cell=None, all_locations=None):
+def pdb_structure(models, cell=None):
     s = reading.Structure("p")
-    s.models, s.cell = models, cell
-    s.all_locations = all_locations or models
+    s.models, s.all_locations, s.cell = models, models, cell
     return s
 
 
@@ -128,13 +126,6 @@ def test_pdb_differences_per_model_and_field():
     assert found == {"chain differs": "model 1, atom CA SER A1: chain B != A",
                      "residue number differs": "model 2, atom N SER A1: residue number 7 != 1",
                      "cell only in kora": "cell only in kora: 10 11 12 90 100 90"}
-    # A kora that kept every alternate location is named as such.
-    both = [pdb_atom("N", "", 1.0), pdb_atom("CA", "A", 0.6, x=1.5),
-            pdb_atom("CA", "B", 0.4, x=1.6)]
-    [d] = reading.compare_pdb(pdb_structure([both]), pdb_structure([both[:2]], None, [both]),
-                              "gemmi")
-    assert (d.group, d.text) == ("atoms per model differ: kora keeps every alternate location",
-                                 "model 1: 3 atoms != 2")
 
 
 def two_molecules(*_):
@@ -145,16 +136,15 @@ def failing(*_):
     raise ValueError("no such thing")
 
 
-def check(monkeypatch, tmp_path, kora_reader, peer_reader, timeout=30):
+def check(monkeypatch, tmp_path, kora_reader, peer_reader):
     path = tmp_path / "two.sdf"
     path.write_text("")
     monkeypatch.setattr(reading, "read_kora", kora_reader)
     monkeypatch.setitem(reading.PEER_READERS, "rdkit", peer_reader)
     tally = reading.Tally()
-    reading.check_file(types.SimpleNamespace(timeout=timeout, max_entries=0), "sdf", str(path),
-                       tally)
+    reading.check_file(types.SimpleNamespace(timeout=30, max_entries=0), "sdf", str(path), tally)
     out = io.StringIO()
-    reading.report(tally, out, timeout)
+    reading.report(tally, out, 30)
     return [row[5].group for row in tally.differences], out.getvalue()
 
 
@@ -164,10 +154,7 @@ def check(monkeypatch, tmp_path, kora_reader, peer_reader, timeout=30):
      ["kora cannot read the entry: line N: bad counts line"]),
     (lambda *_: (two_molecules(), ["a", "b"]), failing, "| sdf | RDKit | 2 | 0 | 0 | 100.0 |",
      "RDKit cannot read the file: ValueError: no such thing: 2", []),
-    (lambda *_: (["no atoms", molecule("b", "CO")], ["a", "b"]),
-     lambda *_: [None, molecule("b", "CO")], "| sdf | RDKit | 2 | 1 | 1 | 100.0 |",
-     "RDKit gives no molecule (kora cannot read it either): 1 (two.sdf)", []),
-], ids=["kora cannot read an entry", "the peer fails", "neither reads an entry"])
+], ids=["kora cannot read an entry", "the peer fails"])
 def test_a_run_goes_on_when_a_reader_fails(monkeypatch, tmp_path, kora_reader, peer_reader, row,
                                            line, differences):
     found, text = check(monkeypatch, tmp_path, kora_reader, peer_reader)
@@ -175,11 +162,7 @@ def test_a_run_goes_on_when_a_reader_fails(monkeypatch, tmp_path, kora_reader, p
     assert found == differences
 
 
-@pytest.mark.parametrize("how, reason", [
-    (lambda *_: os.kill(os.getpid(), signal.SIGKILL), "ended without an answer"),
-    (lambda *_: time.sleep(60), "timed out"),
-])
-def test_a_kora_that_crashes_or_hangs_is_a_difference_of_every_entry(monkeypatch, tmp_path, how,
-                                                                     reason):
-    found, _ = check(monkeypatch, tmp_path, how, two_molecules, timeout=2)
-    assert len(found) == 2 and all(reason in group for group in found)
+def test_a_kora_that_crashes_is_a_difference_of_every_entry(monkeypatch, tmp_path):
+    found, _ = check(monkeypatch, tmp_path, lambda *_: os.kill(os.getpid(), signal.SIGKILL),
+                     two_molecules)
+    assert len(found) == 2 and all("ended without an answer" in group for group in found)

@@ -4,6 +4,7 @@ Reading releases the GIL, so these threads really do run the readers at the same
 """
 
 import threading
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
@@ -31,24 +32,9 @@ def fingerprint(entries):
 def run_together(jobs):
     """Runs each job in a thread of its own, all started at once; returns their results."""
     barrier = threading.Barrier(len(jobs))
-    results = [None] * len(jobs)
-    errors = []
-
-    def run(i, job):
-        try:
-            barrier.wait()
-            results[i] = job()
-        except BaseException as error:  # reported by the test, not lost in the thread
-            errors.append(error)
-
-    threads = [threading.Thread(target=run, args=(i, job)) for i, job in enumerate(jobs)]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
-    if errors:
-        raise errors[0]
-    return results
+    with ThreadPoolExecutor(len(jobs)) as pool:
+        futures = [pool.submit(lambda job=job: (barrier.wait(), job())[1]) for job in jobs]
+        return [future.result() for future in futures]
 
 
 def test_databases_over_one_file_over_different_files_and_shared(big_files, examples_dir):

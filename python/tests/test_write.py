@@ -10,32 +10,6 @@ import pytest
 import kora
 from conftest import sd_record
 
-# How far a coordinate may move when written: half the last decimal the format writes.
-TOLERANCE = {"mol2": 5.1e-5, "sdf": 5.1e-5, "pdb": 5.1e-4, "res": 2e-4}
-
-
-@pytest.mark.parametrize("target", ["mol2", "sdf", "pdb", "res"])
-@pytest.mark.parametrize("source", ["drugs.sdf", "drugs.mol2", "peptide.pdb",
-                                    "benzoic_acid.res"])
-def test_round_trip(tmp_path, examples_dir, source, target):
-    entries = list(kora.open(examples_dir / source))
-    # A RES file holds one structure: write each entry to a file of its own.
-    groups = [[e] for e in entries] if target == "res" else [entries]
-    for n, group in enumerate(groups):
-        path = tmp_path / f"out{n}.{target}"
-        assert kora.write(path, group) == len(group)
-        back = kora.open(path)
-        assert back.format == target and len(back) == len(group)
-        for before, after in zip(group, back):
-            assert after.identifier == before.identifier
-            assert after.molecule.nbonds == before.molecule.nbonds
-            np.testing.assert_allclose(after.molecule.coordinates, before.molecule.coordinates,
-                                       rtol=0, atol=TOLERANCE[target])
-            if before.cell is not None and target != "sdf":
-                assert after.cell.lengths == pytest.approx(before.cell.lengths, abs=1e-4)
-                assert after.spacegroup.number == before.spacegroup.number
-
-
 CHARGED_SD = sd_record("ammonium", "N", properties="M  CHG  1   1   1\nM  ISO  1   1  15\n",
                        data=[("KIND", "cation")])
 
@@ -43,18 +17,15 @@ CHARGED_SD = sd_record("ammonium", "N", properties="M  CHG  1   1   1\nM  ISO  1
 def test_sd_options(tmp_path, write_text):
     entry = kora.open(write_text("charged.sdf", CHARGED_SD))[0]
     assert entry.molecule.atoms[0].mass_number == 15
-    # Charges and isotopes go into M  CHG and M  ISO lines in standard mode only.
-    standard = kora.to_string(entry, "sdf")
-    assert kora.to_string(entry, "sdf", classic=False) == standard
-    assert "M  CHG" in standard and "M  CHG" not in kora.to_string(entry, "sdf", classic=True)
-    v3000 = kora.to_string(entry, "sdf", v3000=True)
-    assert "M  V30 BEGIN CTAB" in v3000 and "V2000" not in v3000
-    # Classic output writes the formal charge where a charge code belongs: +1 reads as +3.
+    # Classic output has no M  CHG and M  ISO lines and writes the formal charge where a
+    # charge code belongs: +1 reads back as +3.
     for options, mass_number, charge in [({}, 15, 1), ({"classic": True}, 0, 3),
                                          ({"v3000": True}, 15, 1)]:
-        path = tmp_path / "out.sdf"
-        kora.write(path, entry, **options)
-        back = kora.open(path)[0]
+        kora.write(tmp_path / "out.sdf", entry, **options)
+        text = (tmp_path / "out.sdf").read_text()
+        assert kora.to_string(entry, "sdf", **options) == text
+        assert ("M  V30 BEGIN CTAB" in text) == ("v3000" in options)
+        back = kora.open(tmp_path / "out.sdf")[0]
         assert back.molecule.atoms[0].mass_number == mass_number, options
         assert (back.molecule.formal_charge, back.data) == (charge, {"KIND": "cation"}), options
 
@@ -87,7 +58,10 @@ def test_format_from_extension_or_argument(tmp_path, drugs_sdf):
                                ("a.txt", "mol2", "mol2"), ("a.sdf", "PDB", "pdb")]:
         kora.write(tmp_path / name, entry, format=fmt)
         back = kora.open(tmp_path / name, format=written)
-        assert back.identifiers == ["aspirin"] and back[0].molecule.natoms == 21, name
+        assert back.identifiers == ["aspirin"], name
+        # Within half the last decimal the format writes.
+        np.testing.assert_allclose(back[0].molecule.coordinates, entry.molecule.coordinates,
+                                   rtol=0, atol=5.1e-4)
         assert kora.to_string(entry, fmt or written) == (tmp_path / name).read_text()
 
 
