@@ -89,6 +89,7 @@ def test_files_and_patterns_follow_one_another_in_the_order_given(client, inputs
     bag = kd.read_bag([inputs[n] for n in names] + [pattern], entries_per_partition=20)
     # 45 + 45 + 9 entries, then the pattern's 45 + 9 + 45: partitions never span two files.
     assert bag.npartitions == 3 + 3 + 1 + 3 + 1 + 3
+    assert pathlib.Path(f"{inputs['many.mol2']}.kora-index").exists()  # save_index=True
     records = bag.compute()
     order = names + ["many.mol2.gz", "many.pdb.gz", "many.sdf.gz"]
     starts = [i for i, r in enumerate(records) if r.entry_index == 0] + [len(records)]

@@ -12,7 +12,6 @@ import kora
 from conftest import REPO, sd_record
 
 DRUGS = ["aspirin", "paracetamol", "caffeine", "ibuprofen", "nicotine"]
-EXAMPLES = ["drugs.sdf", "drugs.mol2", "peptide.pdb", "benzoic_acid.res"]
 
 
 def test_version_is_the_project_version():
