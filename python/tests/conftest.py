@@ -20,8 +20,8 @@ def sd_record(name, atoms="C", bonds=(), properties="", data=()):
     lines += [f"{1.5 * k:10.4f}{0:10.4f}{0:10.4f} {symbol:<3} 0{code:3d}  0  0  0  0  0  0  0  0"
               for k, (symbol, code) in enumerate(atoms)]
     lines += [f"{i:3d}{j:3d}{order:3d}  0" for i, j, order in bonds]
-    items = "".join(f">  <{key}>\n{text}\n\n" for key, text in data)
-    return "\n".join(lines) + "\n" + properties + "M  END\n" + items + "$$$$\n"
+    lines += [properties + "M  END"] + [f">  <{key}>\n{text}\n" for key, text in data]
+    return "\n".join(lines) + "\n$$$$\n"
 
 
 @pytest.fixture(scope="session")

@@ -87,11 +87,11 @@ def changed_after_opening(path):
     ("a.sdf", "drugs", lambda path: kora.open(path, format="pdb"), ValueError, "."),
     ("hello.txt", "hello\n", kora.open, ValueError, "hello.txt"),
     # Taken as SD by its content, but holds no record: the index cannot be built.
-    ("terminator.sdf", "$$$$\n", kora.open, RuntimeError, "terminator.sdf.*could not read"),
+    ("terminator.sdf", "$$$$\n", kora.open, kora.DatabaseError, "terminator.sdf.*could not read"),
     # A RES file without a cell is indexed, but not readable.
     ("empty.res", "", lambda path: kora.open(path)[0].molecules, kora.DatabaseError, "."),
     ("a.sdf", "drugs", changed_after_opening, kora.DatabaseError, "."),
-    ("cut.sdf.gz", "cut", kora.open, RuntimeError, "cut.sdf.gz.*truncated gzip data"),
+    ("cut.sdf.gz", "cut", kora.open, kora.DatabaseError, "cut.sdf.gz.*truncated gzip data"),
 ])
 def test_failures_are_python_exceptions(tmp_path, drugs_sdf, name, text, call, error, message):
     path = tmp_path / name

@@ -17,8 +17,8 @@ CHARGED_SD = sd_record("ammonium", "N", properties="M  CHG  1   1   1\nM  ISO  1
 def test_sd_options(tmp_path, write_text):
     entry = kora.open(write_text("charged.sdf", CHARGED_SD))[0]
     assert entry.molecule.atoms[0].mass_number == 15
-    # Classic output has no M  CHG and M  ISO lines and writes the formal charge where a
-    # charge code belongs: +1 reads back as +3.
+    # Classic output drops the isotope and writes the formal charge where a charge code
+    # belongs: +1 reads back as +3.
     for options, mass_number, charge in [({}, 15, 1), ({"classic": True}, 0, 3),
                                          ({"v3000": True}, 15, 1)]:
         kora.write(tmp_path / "out.sdf", entry, **options)
