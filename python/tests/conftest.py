@@ -1,9 +1,6 @@
-"""Paths shared by the tests of the Python module.
-
-The examples are the repository's own small files. Real-world files are read from
-$KORA_CORPUS, or ../shared/corpus beside the repository, and the tests that need them skip
-when neither exists.
-"""
+"""Paths and small files shared by the tests of the Python module: the repository's
+examples, and the corpus of real-world files ($KORA_CORPUS, else ../shared/corpus beside the
+repository; the tests that need it skip without it)."""
 
 import os
 import pathlib
@@ -14,16 +11,17 @@ REPO = pathlib.Path(__file__).resolve().parents[2]
 EXAMPLES = REPO / "examples"
 
 
-def corpus_path():
-    """The corpus directory, or None when there is none."""
-    configured = os.environ.get("KORA_CORPUS")
-    path = pathlib.Path(configured) if configured else REPO.parent / "shared" / "corpus"
-    return path if path.is_dir() else None
-
-
-@pytest.fixture(scope="session")
-def repo_dir():
-    return REPO
+def sd_record(name, atoms="C", bonds=(), properties="", data=()):
+    """One V2000 SD record: atoms as element symbols, or (symbol, charge code) pairs, 1.5 A
+    apart along x; bonds as (first, second, order) from 1; property lines before M  END; data
+    items as (name, text) pairs."""
+    atoms = [a if isinstance(a, tuple) else (a, 0) for a in atoms]
+    lines = [name, "  test", "", f"{len(atoms):3d}{len(bonds):3d}  0  0  0  0  0  0  0  0999 V2000"]
+    lines += [f"{1.5 * k:10.4f}{0:10.4f}{0:10.4f} {symbol:<3} 0{code:3d}  0  0  0  0  0  0  0  0"
+              for k, (symbol, code) in enumerate(atoms)]
+    lines += [f"{i:3d}{j:3d}{order:3d}  0" for i, j, order in bonds]
+    lines += [properties + "M  END"] + [f">  <{key}>\n{text}\n" for key, text in data]
+    return "\n".join(lines) + "\n$$$$\n"
 
 
 @pytest.fixture(scope="session")
@@ -53,8 +51,9 @@ def benzoic_res():
 
 @pytest.fixture(scope="session")
 def corpus_dir():
-    path = corpus_path()
-    if path is None:
+    configured = os.environ.get("KORA_CORPUS")
+    path = pathlib.Path(configured) if configured else REPO.parent / "shared" / "corpus"
+    if not path.is_dir():
         pytest.skip("no corpus: set KORA_CORPUS or put it at ../shared/corpus")
     return path
 

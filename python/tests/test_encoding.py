@@ -18,67 +18,35 @@ RECORD = (NAME + b"\n  test\n\n  1  0  0  0  0  0  0  0  0  0999 V2000\n"
           b"M  END\n>  <NOTE>\nna\xefve\n\n$$$$\n")
 
 
-def decoded(raw):
-    return raw.decode("utf-8", "surrogateescape")
-
-
-@pytest.fixture
-def latin(tmp_path):
+def test_identifiers_and_data_keep_their_bytes(tmp_path):
     path = tmp_path / "latin.sdf"
     path.write_bytes(RECORD)
-    return path
-
-
-def test_identifiers_and_data_keep_their_bytes(latin):
-    db = kora.open(latin)
-    assert db.identifiers == [decoded(NAME)]
-    entry = db[0]
-    assert entry.identifier.encode("utf-8", "surrogateescape") == NAME
-    assert entry.molecule.identifier == entry.identifier
-    assert entry.data == {"NOTE": decoded(b"na\xefve")}
-
-
-def test_identifiers_read_can_be_looked_up(latin):
-    db = kora.open(latin)
+    db = kora.open(path)
     identifier = db.identifiers[0]
-    assert identifier in db
-    assert db[identifier].molecule.natoms == 1
-    assert db.nearest(identifier) == (0, kora.Match.EXACT)
+    assert identifier.encode("utf-8", "surrogateescape") == NAME
+    entry = db[identifier]
+    assert entry.identifier == entry.molecule.identifier == identifier
+    assert entry.data == {"NOTE": b"na\xefve".decode("utf-8", "surrogateescape")}
+    assert identifier in db and db.nearest(identifier) == (0, kora.Match.EXACT)
+    # Written back, to a file and as text, the bytes are those read.
+    kora.write(tmp_path / "copy.sdf", entry)
+    written = (tmp_path / "copy.sdf").read_bytes()
+    assert written.startswith(NAME + b"\n") and b"na\xefve" in written
+    assert kora.to_string(entry, "sdf").encode("utf-8", "surrogateescape") == written
 
 
-def test_text_output_keeps_the_bytes(tmp_path, latin):
-    entry = kora.open(latin)[0]
-    path = tmp_path / "copy.sdf"
-    kora.write(path, entry)
-    written = path.read_bytes()
-    assert written.startswith(NAME + b"\n")
-    assert b"na\xefve" in written
-    text = kora.to_string(entry, "sdf")
-    assert text.encode("utf-8", "surrogateescape") == written
-
-
-def test_paths_that_are_not_ascii(tmp_path, drugs_sdf):
-    source = tmp_path / "médicaments.sdf"
-    shutil.copy(drugs_sdf, source)
-    assert kora.identify(source) == "sdf"
-    db = kora.open(source)
-    assert len(db) == 5
-    assert db.path.endswith("médicaments.sdf")
-    target = tmp_path / "sortie-é.mol2"
-    assert kora.write(target, db) == 5
-    assert kora.open(target).identifiers == db.identifiers
-
-
-def test_file_names_that_are_not_utf8(tmp_path, drugs_sdf):
-    source = tmp_path / os.fsdecode(b"lat\xe9.sdf")
-    shutil.copy(drugs_sdf, source)
-    assert kora.identify(source) == "sdf"
-    db = kora.open(source)
-    assert os.fsencode(db.path).endswith(b"lat\xe9.sdf")
-    assert "lat" in repr(db)
-    target = tmp_path / os.fsdecode(b"sortie\xe9.mol2")
-    assert kora.write(target, db) == 5
-    assert os.fsencode(target.name) in os.listdir(os.fsencode(tmp_path))
-    with pytest.raises(FileNotFoundError) as error:
-        kora.open(tmp_path / os.fsdecode(b"absent\xe9.sdf"))
-    assert str(error.value)
+@pytest.mark.parametrize("source, target", [
+    ("médicaments.sdf", "sortie-é.mol2"),
+    (os.fsdecode(b"lat\xe9.sdf"), os.fsdecode(b"sortie\xe9.mol2")),  # not UTF-8
+], ids=["utf8", "latin1"])
+def test_file_names_that_are_not_ascii(tmp_path, drugs_sdf, source, target):
+    shutil.copy(drugs_sdf, tmp_path / source)
+    assert kora.identify(tmp_path / source) == "sdf"
+    db = kora.open(tmp_path / source)
+    assert db.path == str(tmp_path / source)
+    assert source in repr(db)
+    assert kora.write(tmp_path / target, db) == 5
+    assert os.fsencode(target) in os.listdir(os.fsencode(tmp_path))
+    assert kora.open(tmp_path / target).identifiers == db.identifiers
+    with pytest.raises(FileNotFoundError, match="absent"):
+        kora.open(tmp_path / ("absent" + source))

@@ -4,6 +4,7 @@ Reading releases the GIL, so these threads really do run the readers at the same
 """
 
 import threading
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
@@ -17,105 +18,48 @@ def big_files(tmp_path_factory, drugs_sdf, drugs_mol2):
     directory = tmp_path_factory.mktemp("threads")
     paths = {}
     for source in (drugs_sdf, drugs_mol2):
-        path = directory / f"many{source.suffix}"
-        path.write_text(source.read_text() * COPIES)
-        paths[source.suffix[1:]] = path
+        paths[source.suffix[1:]] = directory / f"many{source.suffix}"
+        paths[source.suffix[1:]].write_text(source.read_text() * COPIES)
     return paths
 
 
-def fingerprint(db):
-    """Everything the tests compare about each entry of a database."""
-    result = []
-    for i in range(len(db)):
-        entry = db[i]
-        molecule = entry.molecule
-        result.append((
-            entry.identifier, molecule.natoms, molecule.nbonds, molecule.formula,
-            molecule.formal_charge, molecule.coordinates.tobytes(),
-            tuple(sorted((tuple(sorted(b.atoms)), int(b.type)) for b in molecule.bonds)),
-            tuple(sorted(entry.data.items())),
-        ))
-    return result
+def fingerprint(entries):
+    """Everything the tests compare about each entry."""
+    return [(e.identifier, e.molecule.formula, e.molecule.coordinates.tobytes(),
+             sorted((b.atoms, int(b.type)) for b in e.molecule.bonds), e.data) for e in entries]
 
 
 def run_together(jobs):
     """Runs each job in a thread of its own, all started at once; returns their results."""
     barrier = threading.Barrier(len(jobs))
-    results = [None] * len(jobs)
-    errors = []
 
-    def run(i, job):
-        try:
-            barrier.wait()
-            results[i] = job()
-        except BaseException as error:  # reported by the test, not lost in the thread
-            errors.append(error)
+    def run(job):
+        barrier.wait()
+        return job()
 
-    threads = [threading.Thread(target=run, args=(i, job)) for i, job in enumerate(jobs)]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
-    if errors:
-        raise errors[0]
-    return results
+    with ThreadPoolExecutor(len(jobs)) as pool:
+        return list(pool.map(run, jobs))
 
 
-def test_two_databases_over_one_file(big_files):
-    path = big_files["sdf"]
-    expected = fingerprint(kora.open(path))
-    assert len(expected) == 5 * COPIES
-    results = run_together([lambda: fingerprint(kora.open(path))] * 2)
-    assert results == [expected, expected]
+def test_databases_over_one_file_over_different_files_and_shared(big_files, examples_dir):
+    sdf, mol2 = big_files["sdf"], big_files["mol2"]
+    shared = kora.open(mol2)
+    expected = {p: fingerprint(kora.open(p)) for p in (sdf, mol2)}
+    paths = sorted(examples_dir.iterdir())
+    opened = [(kora.identify(p), kora.open(p).identifiers) for p in paths]
+    jobs = [lambda: fingerprint(kora.open(sdf)), lambda: fingerprint(kora.open(sdf)),
+            lambda: fingerprint(kora.open(mol2)), lambda: fingerprint(shared),
+            lambda: fingerprint(shared[i] for i in range(len(shared))),
+            lambda: [(kora.identify(p), kora.open(p).identifiers) for p in paths]]
+    assert run_together(jobs) == [expected[sdf]] * 2 + [expected[mol2]] * 3 + [opened]
 
 
-def test_databases_over_different_files(big_files):
-    paths = [big_files["sdf"], big_files["mol2"], big_files["sdf"], big_files["mol2"]]
-    expected = {p: fingerprint(kora.open(p)) for p in set(paths)}
-    results = run_together([lambda p=p: fingerprint(kora.open(p)) for p in paths])
-    for path, result in zip(paths, results):
-        assert result == expected[path]
-
-
-def test_threads_sharing_one_database(big_files):
-    db = kora.open(big_files["mol2"])
-    expected = fingerprint(db)
-    assert run_together([lambda: fingerprint(db)] * 2) == [expected, expected]
-
-
-def test_opening_and_identifying_at_once(big_files, examples_dir):
-    paths = sorted(examples_dir.iterdir()) + list(big_files.values())
-    expected = [(kora.identify(p), kora.open(p).identifiers) for p in paths]
-
-    def job():
-        return [(kora.identify(p), kora.open(p).identifiers) for p in paths]
-
-    assert run_together([job] * 2) == [expected, expected]
-
-
-def entry_fingerprints(entries):
-    """fingerprint() of entries already read."""
-    class Entries:
-        def __init__(self, items):
-            self.items = list(items)
-
-        def __len__(self):
-            return len(self.items)
-
-        def __getitem__(self, i):
-            return self.items[i]
-
-    return fingerprint(Entries(entries))
-
-
-@pytest.mark.parametrize("threads", [1, 2, 3, 0])
+@pytest.mark.parametrize("threads", [1, 2, 0])
 def test_read_ahead_gives_the_entries_in_order(big_files, threads):
-    for path in big_files.values():
-        db = kora.open(path)
-        assert entry_fingerprints(db.read(threads=threads)) == fingerprint(db)
-        picked = [len(db) - 1, 3, 3, -len(db), 40]
-        assert entry_fingerprints(db.read(picked, threads=threads)) == \
-            entry_fingerprints(db[i] for i in picked)
+    db = kora.open(big_files["sdf"])
+    assert fingerprint(db.read(threads=threads)) == fingerprint(db)
+    picked = [len(db) - 1, 3, 3, -len(db), 40]
+    assert fingerprint(db.read(picked, threads=threads)) == fingerprint(db[i] for i in picked)
 
 
 def test_read_ahead_failures_and_closing(tmp_path, big_files):
@@ -128,18 +72,19 @@ def test_read_ahead_failures_and_closing(tmp_path, big_files):
     db = kora.open(path)
     iterator = db.read(threads=2)
     assert iterator.threads == 2
-    for _ in range(len(text.split("$$$$\n")) - 1):
+    for _ in range(5 * COPIES):
         next(iterator)
     with pytest.raises(kora.DatabaseError) as raised:
         next(iterator)
     with pytest.raises(kora.DatabaseError) as one_at_a_time:
-        db[750]
+        db[5 * COPIES]
     assert str(raised.value) == str(one_at_a_time.value)
-    assert next(iterator).identifier == db.identifiers[751]  # reading goes on after a failure
+    assert next(iterator).identifier == db.identifiers[5 * COPIES + 1]  # reading goes on
     with pytest.raises(IndexError):
         db.read([len(db)])
+    with pytest.raises(ValueError):
+        db.read(threads=-1)
     db.close()
-    with pytest.raises(ValueError):
-        next(iterator)
-    with pytest.raises(ValueError):
-        db.read()
+    for call in (lambda: next(iterator), db.read):
+        with pytest.raises(ValueError, match="closed"):
+            call()
