@@ -297,7 +297,9 @@ class FormulaCounter {
 /// The formula of the molecules of an entry.
 std::string formula(CrystalStructureDatabaseEntry const& entry);
 
-/// The data items of an SD record in file order: each item's name and its lines of value.
+/// The data items of an SD record, each item's name and its lines of value, in the order of
+/// their header lines as text (the record holds its items keyed by header line; of two items
+/// with the same header line, the later one is kept).
 using DataItems = std::vector<std::pair<std::string, std::vector<std::string>>>;
 
 /// The data items of an SD record, each named by the text between "<" and ">" of its header

@@ -245,7 +245,8 @@ struct ParallelIterator {
   }
 };
 
-// SD data items by name, lines joined by newlines; the first item of a repeated name wins.
+// SD data items by name, lines joined by newlines; of two headers naming one item, the first
+// in header order wins.
 py::dict data_dict(kora::DataItems const& items) {
   py::dict data;
   for (auto const& [name, lines] : items) {
@@ -353,8 +354,10 @@ void bind_database(py::module_& m) {
             std::optional<kora::DataItems> const items = kora::sd_data(*e.entry);
             return items ? data_dict(*items) : py::dict();
           },
-          "The data items of an SD record, by name (lines joined by newlines); the first "
-          "item of a repeated name wins. Empty for other formats.")
+          "The data items of an SD record, by name (lines joined by newlines), in the order "
+          "of their header lines as text. Items are kept by header line: a header line "
+          "given twice keeps its later value; of two headers naming one item (\"> <A>\", "
+          "\"> 25 <A>\"), the first in that order wins. Empty for other formats.")
       .def("__repr__", [](EntryRef const& e) {
         return py::str("<kora.Entry {}>").format(text(e.entry->identifier().str()));
       });
