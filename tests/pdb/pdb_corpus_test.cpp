@@ -56,14 +56,19 @@ PdbFile read_file(fs::path const& path, bool standard) {
   return file;
 }
 
-// Every atom as its element and position in thousandths of an angstrom, sorted.
-std::vector<std::tuple<long, long, long, std::string>> atom_keys(PdbFile const& file) {
-  std::vector<std::tuple<long, long, long, std::string>> keys;
+// Every atom as its position in thousandths of an angstrom, element, name, chain, residue
+// number, insertion code and charge, sorted. (Residue names are cut to three characters.)
+using AtomKey = std::tuple<long, long, long, std::string, std::string, int>;
+std::vector<AtomKey> atom_keys(PdbFile const& file) {
+  std::vector<AtomKey> keys;
   THandle<Molecule> const molecule = file.molecule();
   for (THandle<Atom> const& atom : molecule->atoms()) {
     Point const& p = atom->site()->orthogonal();
+    AtomDetails const& d = *atom->details();
     keys.emplace_back(std::lround(p.x() * 1000), std::lround(p.y() * 1000),
-                      std::lround(p.z() * 1000), atom->element().symbol());
+                      std::lround(p.z() * 1000), atom->element().symbol() + " " + atom->label(),
+                      d.chain + std::to_string(d.residue_number) + d.insertion_code,
+                      atom->formal_charge());
   }
   std::sort(keys.begin(), keys.end());
   return keys;
