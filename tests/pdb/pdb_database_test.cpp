@@ -79,8 +79,7 @@ TEST(PdbIndex, EntriesOfEachMode) {
   };
   ScratchFolder const folder;
   for (Case const& c :
-       std::vector<Case>{{atoms(2) + "END\n\n" + atoms(1), {"ENTRY1", "ENTRY2"}, {}, {2, 1}},
-                         {header("1ABC") + "\n" + atoms(1) + "END\n" + atoms(2) + "END\n",
+       std::vector<Case>{{header("1ABC") + "\n" + atoms(1) + "END\n" + atoms(2) + "END\n",
                           {"1ABC", "ENTRY2"},
                           {"1ABC"},
                           {1, 2}},
@@ -89,10 +88,6 @@ TEST(PdbIndex, EntriesOfEachMode) {
                           {"1AAA", "2BBB", "3CCC"},
                           {"1AAA"},
                           {1, 0, 1}},
-                         {header("1AAA") + "\n" + atoms(2) + header("2BBB") + "\n" + atoms(1),
-                          {"1AAA", "2BBB"},
-                          {"1AAA"},  // classic: the second HEADER lies inside the first entry
-                          {2, 1}},
                          {atoms(1) + "END\nMASTER\nCONECT    1\nEND\n", {"ENTRY1"}, {}, {1}}}) {
     SCOPED_TRACE(c.text);
     std::string const path = folder.write("entries.pdb", c.text);
@@ -120,32 +115,6 @@ TEST(PdbIndex, EntriesOfEachMode) {
   THandle<EntryDatabase> const db = PdbFileFormat().make_database(parameters);
   ASSERT_EQ(db->size(), 2);
   EXPECT_EQ(atom_count(db->entry(1)), 3);
-}
-
-TEST(PdbIndex, NamesFailuresAndDescriptor) {
-  PdbDatabaseReader const reader("unused");
-  for (auto const& [entry, line, name] : std::vector<std::tuple<int, std::string, std::string>>{
-           {0, "HEADER    VRX ENTRY ABC\r", "ABC"},
-           {4, header("1CR"), "1CR"},
-           {4, header("1CRN") + "      1CRN   2", "1CRN"},
-           {0, "HEADER", "ENTRY1"}})
-    EXPECT_EQ(reader.set_entry_identifier(entry, line).str(), name) << line;
-  ScratchFolder const folder;
-  EXPECT_THROW(PdbDatabase(folder.write(
-                   "long.pdb", "HEADER    VRX ENTRY " + std::string(300, 'X') + "\n" + atoms(1))),
-               std::invalid_argument);
-  PdbFileFormat const format;
-  EXPECT_EQ(format.default_extension(), "ent");
-  for (char const* line : {"HEADER", "REMARK   2", "ATOM      1", "HETATM12345"})
-    EXPECT_TRUE(format.examine_line(line, 9)) << line;
-  for (char const* line : {"ATOM 1", " HEADER", "CRYST1", "END", ""})
-    EXPECT_FALSE(format.examine_line(line, 1)) << line;
-  std::string const pdb = folder.write("one.pdb", header("1XYZ") + "\n" + atoms(1) + "END\n");
-  std::string const other = folder.write("other.pdb", "@<TRIPOS>MOLECULE\nx\n");
-  EXPECT_TRUE(handle_dynamic_cast<PdbFile>(format.make_molecule_file({pdb, "pdb"})));
-  EXPECT_FALSE(format.make_molecule_file({other, "pdb"}));
-  EXPECT_EQ(format.make_database({pdb, "pdb"})->identifier(0).str(), "1XYZ");
-  EXPECT_EQ(find_file_format({pdb, "pdb"})->name(), "PDB file");
 }
 
 }  // namespace

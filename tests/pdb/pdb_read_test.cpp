@@ -50,6 +50,8 @@ TEST(PdbAtomRecord, FieldsNeedTheWholeColumnRange) {
     EXPECT_EQ(atom->site()->occupancy().value(), n >= 60 ? 0.5 : 1.0);
     EXPECT_EQ(atom->element().symbol(), n >= 78 ? "N" : n >= 16 ? "C" : "");
     EXPECT_EQ(atom->formal_charge(), n >= 80 ? -2 : 0);
+    EXPECT_EQ(atom->details()->alt_loc, n >= 17 ? 'A' : ' ');
+    EXPECT_EQ(atom->details()->b_factor, n >= 66 ? 12.0 : 0.0);
   }
   EXPECT_EQ(
       handle_dynamic_cast<ProteinAtom>(only_atom(full.substr(0, 22) + "   0"))->residue_label(),
@@ -114,30 +116,6 @@ TEST(PdbAtomRecord, ChargeResidueAndChainColumns) {
   }
 }
 
-TEST(PdbAtomRecord, BothModesKeepTheRecordFields) {
-  std::string const text =
-      "CRYST1   10.000   11.000   12.000  90.00  90.00  90.00 P 21 21 21    4\n"
-      "MODEL        3\n"
-      "ATOM     17  CA BALA B  42C      1.000   2.000   3.000  0.50 27.25           C\n"
-      "HETATM   18 ZN    ZN B 301       4.000   5.000   6.000  1.00  9.50          ZN2+\n"
-      "ENDMDL\n";
-  for (bool standard : {false, true}) {
-    PdbFile const file = read_pdb(text, standard);
-    std::vector<THandle<Atom>> const atoms = atoms_of(file);
-    ASSERT_EQ(atoms.size(), 2U);
-    AtomDetails const& ca = *atoms[0]->details();
-    AtomDetails const& zn = *atoms[1]->details();
-    EXPECT_EQ(std::make_tuple(ca.serial, ca.hetero, ca.alt_loc, ca.residue_name, ca.residue_number,
-                              ca.insertion_code, ca.chain, ca.model, ca.has_b_factor, ca.b_factor),
-              std::make_tuple(17, false, 'B', std::string("ALA"), 42, 'C', std::string("B"), 3,
-                              true, 27.25));
-    EXPECT_EQ(std::make_tuple(zn.hetero, zn.alt_loc, zn.residue_name, zn.b_factor),
-              std::make_tuple(true, ' ', std::string("ZN"), 9.5));
-    EXPECT_EQ(file.crystal_maker()->details().source_format, "pdb");
-    EXPECT_TRUE(file.details().has_cell);
-  }
-}
-
 TEST(PdbAtomRecord, BFactorsAndAnisouAreDisplacementParametersInStandardReading) {
   // A monoclinic cell, so that the Cartesian tensor differs from the one on the cell's axes.
   std::string const text =
@@ -164,36 +142,6 @@ TEST(PdbAtomRecord, BFactorsAndAnisouAreDisplacementParametersInStandardReading)
   ASSERT_TRUE(ca);
   EXPECT_EQ(ca->type(), AtomicDisplacementParameters::isotropic);
   EXPECT_NEAR(ca->u_equivalent(*cell), 20.0 / (8 * M_PI * M_PI), 1e-12);
-  // Classic reading keeps the B-factor in the details only; no B-factor column, no U.
-  EXPECT_FALSE(atoms_of(read_pdb(text))[0]->site()->atomic_displacement_parameters());
-  EXPECT_FALSE(only_atom("ATOM      1  N   GLY A   1       1.000   2.000   3.000  1.00", true)
-                   ->site()
-                   ->atomic_displacement_parameters());
-}
-
-TEST(PdbRecords, NamesEndAtABlankOrTabAndEndStops) {
-  std::istringstream in(
-      "HETATM12345  C1  MOL A   1       0.000   0.000   0.000\n"
-      "atom      2  C2  MOL A   1       0.000   0.000   0.000\n"
-      "ATOM\t     3  C3  MOL A   1       0.000   0.000   0.000\n"
-      "ATOM\nHEADER    VRX\nCONECT\nSCALE3\nORIGX1\n\n"
-      "END\n"
-      "ATOM      4  C4  MOL A   1       0.000   0.000   0.000\n");
-  PdbFile file;
-  file.read(in);
-  std::vector<THandle<Atom>> const atoms = atoms_of(file);
-  ASSERT_EQ(atoms.size(), 2u);  // C3 and the bare ATOM line (serial 0)
-  EXPECT_EQ(atoms[1]->label(), "C3");
-  EXPECT_EQ(file.identifier().str(), "");
-  std::string next;
-  std::getline(in, next);
-  EXPECT_EQ(next.substr(0, 12), "ATOM      4 ");
-  // Only VRX headers name the entry.
-  EXPECT_EQ(read_pdb("HEADER    VRX ENTRY ABCDEFGHIJ\n").identifier().str(), "ABCDEFGH");
-  EXPECT_EQ(read_pdb("HEADER    PROTEIN" + std::string(26, ' ') + "01-JAN-00   1ABC\n")
-                .identifier()
-                .str(),
-            "UNKNWN");
 }
 
 TEST(PdbCryst1, CellSpaceGroupAndMessages) {

@@ -76,34 +76,6 @@ std::string printed(Structure const& structure, bool standard) {
   return printed(file, standard);
 }
 
-TEST(PdbWrite, ClassicRecordsColumnForColumn) {
-  Cell const cell = cell_of(10, 11, 12, 90, 100, 90, Spacegroup("P 1 21 1"));
-  PdbFile file;
-  file.add(
-      maker(cell, {make_molecule({make_atom("C1", "C", Point(1, 2, 3)),
-                                  make_atom("O2LONG", "O", Point(-1.5, 2.25, -0.0004), {}, 0, 0.5),
-                                  make_atom("N3", "N", Point(123.4567, -99.9996, 0), {}, 0, 0.123)},
-                                 {{0, 1, double_bond}})}),
-      DatabaseEntryIdentifier("TEST1"));
-  std::string text;
-  for (std::size_t r = 0; r < 3; ++r) {  // the SCALE records: no translation
-    Matrix<double, 3, 3> const& m = cell.orthogonal_to_fractional();
-    char line[96];
-    std::snprintf(line, sizeof line, "SCALE%zu    %10.6f%10.6f%10.6f%15.6f\n", r + 1, m(r, 0),
-                  m(r, 1), m(r, 2), 0.0);
-    text += line;
-  }
-  EXPECT_EQ(printed(file),
-            "HEADER    VRX ENTRY TEST1\n"
-            "CRYST1  10.0000  11.0000  12.0000  90.00 100.00  90.00       P21\n" +
-                text +
-                "HETATM    1 C1   UNK 0   1       1.000   2.000   3.000  1.00  0.00\n"
-                "HETATM    2 O2LONUNK 0   1      -1.500   2.250  -0.000  0.50  0.00\n"
-                "HETATM    3 N3   UNK 0   1     123.457-100.000   0.000  0.12  0.00\n"
-                "CONECT    1    2\nCONECT    2\nCONECT    3\n"
-                "MASTER    0    0    0    0    0    0    0    0    3    3    0    3    0\nEND\n");
-}
-
 // Each atom at (1, 2, 3): the columns before the position, then the B-factor, then the
 // element and charge columns.
 TEST(PdbWrite, StandardAtomRecordsColumnForColumn) {
@@ -139,25 +111,6 @@ TEST(PdbWrite, StandardAtomRecordsColumnForColumn) {
         std::vector<std::string>{std::string(c.columns_1_27) + "      1.000   2.000   3.000  1.00" +
                                  b_factor + std::string(10, ' ') + c.columns_77_80});
   }
-}
-
-TEST(PdbWrite, StandardBFactorFromDisplacementParameters) {
-  Cell const cell = cell_of(10, 10, 10, 90, 90, 90);
-  std::vector<THandle<Atom>> atoms;
-  for (auto const& adp : {make_handle<AtomicDisplacementParameters>(
-                              UncertainValue(0.05), AtomicDisplacementParameters::isotropic, cell),
-                          make_handle<AtomicDisplacementParameters>(
-                              UncertainValue(0.02), UncertainValue(0.03), UncertainValue(0.04),
-                              UncertainValue(0), UncertainValue(0), UncertainValue(0))}) {
-    atoms.push_back(THandle<Atom>(make_handle<FileOrderedAtom3d>(
-        0, Element("C"), "C1",
-        make_handle<Site>(Point(), Point(), UncertainValue(1.0), nullptr, adp))));
-  }
-  std::vector<std::string> const lines =
-      lines_of(printed(maker(cell, {make_molecule(atoms)}), true), {"HETATM"});
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0].substr(60, 6), "  3.95");  // 0.05 * 8 pi^2
-  EXPECT_EQ(lines[1].substr(60, 6), "  2.37");  // U(eq) 0.03 * 8 pi^2
 }
 
 TEST(PdbWrite, StandardModelsChainsAndTer) {
@@ -269,7 +222,7 @@ TEST(PdbWrite, Cryst1NamesTheSettingAndReadsBack) {
   EXPECT_GT(settings, 530);
 }
 
-TEST(PdbWrite, StandardScaleOfTheSitesIsKeptAndNoCellWritesThePlaceholder) {
+TEST(PdbWrite, StandardScaleOfTheSitesIsKept) {
   // A cell whose SCALE records are not its standard orthogonalisation (older entries):
   // fractional coordinates come from SCALE, and writing keeps it.
   std::string const scale =
@@ -291,16 +244,6 @@ TEST(PdbWrite, StandardScaleOfTheSitesIsKeptAndNoCellWritesThePlaceholder) {
   for (int i = 0; i < 4; ++i)  // SCALE has six decimals
     EXPECT_LT(norm(after->atom(i)->site()->fractional() - before->atom(i)->site()->fractional()),
               2e-5);
-  // Without a cell: the unit cube, no SCALE, and no cell when read back.
-  THandle<Molecule> const m = make_molecule({make_atom("C1", "C", Point(1, 2, 3))});
-  CrystalMaker no_cell = maker(cell_of(10, 10, 10, 90, 90, 90), {m});
-  no_cell.mutable_details().has_cell = false;
-  for (std::string const& text : {printed(no_cell, true), printed(*m, true)}) {
-    EXPECT_EQ(lines_of(text, {"CRYST1"})[0],
-              "CRYST1    1.000    1.000    1.000  90.00  90.00  90.00 P 1           1");
-    EXPECT_TRUE(lines_of(text, {"SCALE"}).empty());
-    EXPECT_FALSE(read_pdb(text, true).details().has_cell);
-  }
 }
 
 TEST(PdbWrite, StandardHundredThousandAtomsUseHybrid36Serials) {
@@ -325,28 +268,6 @@ TEST(PdbWrite, StandardHundredThousandAtomsUseHybrid36Serials) {
   EXPECT_EQ(bond_count(back), 1);
   // Classic reading knows no HETATM record run into its serial (10000 and beyond).
   EXPECT_EQ(read_pdb(text).molecule()->natoms(), 9999);
-}
-
-TEST(PdbModel, AddingStructuresSharesTheirMoleculesWithinOneCell) {
-  Cell const cell = cell_of(10, 11, 12, 90, 90, 90, Spacegroup("P 21 21 21"));
-  THandle<Molecule> const a = make_molecule({make_atom("C1", "C", Point(0, 0, 0))});
-  THandle<Molecule> const b = make_molecule({make_atom("N1", "N", Point(1, 0, 0))});
-  PdbFile file;
-  EXPECT_EQ(file.molecule()->natoms(), 0);  // an empty molecule, not a null handle
-  file.add(maker(cell, {a}), DatabaseEntryIdentifier("A"));
-  THandle<Crystal> const crystal = file.crystal();  // shares the molecule list
-  file.add(maker(cell, {b}), DatabaseEntryIdentifier("B"));
-  EXPECT_EQ(*file.molecules(), (MoleculeList{a, b}));
-  EXPECT_EQ(crystal->nmolecules(), 2);
-  file.add(*a, DatabaseEntryIdentifier("M"));  // a copy; the cell stays
-  EXPECT_NE(file.molecules()->back(), a);
-  EXPECT_TRUE(*file.cell() == cell);
-  file.add(Crystal(Cell(), make_handle<MoleculeList>(MoleculeList{b})),
-           DatabaseEntryIdentifier("C"));
-  EXPECT_EQ(*file.molecules(), MoleculeList{b});  // another cell replaces everything
-  EXPECT_EQ(file.database_entry()->identifier().str(), "C");
-  file.clear();
-  EXPECT_TRUE(file.molecules()->empty());
 }
 
 }  // namespace

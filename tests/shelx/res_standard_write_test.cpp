@@ -62,20 +62,6 @@ Cell cell_of(std::string const& text) {
 
 constexpr char const* p21c = "TITL t\nCELL 0.71073 7 8 9 90 100 90\nLATT 1\nSYMM -X,1/2+Y,1/2-Z\n";
 
-// Atoms that share a site (split and mixed sites) are all written; an atom read again as
-// itself is not doubled.
-TEST(ResStandardWrite, AtomsOnSharedSitesAreAllWritten) {
-  for (auto const& [atoms, count] : std::vector<std::pair<std::string, std::size_t>>{
-           {"SFAC FE MG\nFE1 1 0.1 0.2 0.3 10.5 0.02\nMG1 2 0.1 0.2 0.3 10.5 0.02\n", 2},
-           {"SFAC C\nPART 1\nC1A 1 0.1 0.2 0.3 10.5 0.02\nPART 2\nC1B 1 0.1 0.2 0.3 10.5 0.02\n",
-            2},
-           {"SFAC O\nO1 1 0.5 0.5 0.5 10.5 0.02\n", 1}}) {  // on an inversion centre
-    std::string const written = round_trip_text(p21c + atoms);
-    EXPECT_EQ(read_res(written, Mode::standard).asymmetric_unit()->size(), count) << written;
-    EXPECT_EQ(atom_lines(written).size(), count) << written;
-  }
-}
-
 // Names: at most four characters, unique within their residue (letter case aside), no
 // difference-peak or instruction names; names from a RES file keep their RESI residue.
 TEST(ResStandardWrite, NamesAreShortUniqueAndResiduesKept) {
@@ -104,20 +90,6 @@ TEST(ResStandardWrite, NamesAreShortUniqueAndResiduesKept) {
   for (auto const& line : atom_lines(typed))
     sfac_numbers.push_back(line[0] + " " + line[1]);
   EXPECT_EQ(sfac_numbers, (std::vector<std::string>{"Cl1 2", "O1 3", "CA 1"}));
-  // Residue 0 first; RESI written as number then class.
-  std::string const written = round_trip_text(
-      std::string(p21c) +
-      "SFAC C\nC1 1 0.1 0.1 0.1\nRESI 1 CCF3\nC1 1 0.2 0.1 0.1\nC1 1 0.3 0.1 0.1\nRESI 0\n"
-      "C2 1 0.4 0.1 0.1\nRESI CF3 2\nCARBON 1 0.5 0.1 0.1\n");
-  EXPECT_NE(written.find("C2    1   0.400000   0.100000   0.100000    11.00000   0.05000\n"
-                         "RESI 1 CCF3\nC1    1   0.200000"),
-            std::string::npos)
-      << written;
-  EXPECT_NE(written.find("RESI 1 CCF3\nC1    1   0.200000   0.100000   0.100000    11.00000   "
-                         "0.05000\nC2    1   0.300000"),
-            std::string::npos)
-      << written;
-  EXPECT_NE(written.find("RESI 2 CF3\nC1    1   0.500000"), std::string::npos) << written;
 }
 
 // A thousand and one carbons named C of a source without residues: C, then C1 to C999 in
@@ -222,22 +194,6 @@ TEST(ResStandardWrite, FreeVariablesPartsAndRidingAtomsRoundTrip) {
   EXPECT_EQ(by_name["C3"][6], "0.25000");
   EXPECT_EQ(by_name["H1"][6], "0.04800");  // 1.2 x 0.04, no longer 1.2 x U(C1)
   EXPECT_EQ(by_name["H2A"][6], "-1.50000");
-}
-
-// PART n sof gives its atoms the occupancy code sof in standard reading, as SHELXL does; the
-// classic reader keeps the atoms' own.
-TEST(ResStandardWrite, PartOccupancyInStandardReading) {
-  std::string const text = std::string(p21c) +
-                           "SFAC F\nFVAR 1 0.7 0.3\nPART 1 21\nF1A 1 0.1 0.2 0.3 11 0.05\n"
-                           "PART 2 31\nF1B 1 0.12 0.2 0.3 11 0.05\nPART 0 41\n"
-                           "F2 1 0.5 0.2 0.1 11 0.05\n";
-  for (auto const& [mode, occupancies] : std::vector<std::pair<Mode, std::vector<double>>>{
-           {Mode::standard, {0.7, 0.3, 1.0}}, {Mode::classic, {1, 1, 1}}}) {
-    ResFile const file = read_res(text, mode);
-    for (std::size_t i = 0; i < 3; ++i)
-      EXPECT_NEAR(file.asymmetric_unit()->at(i)->site()->occupancy().value(), occupancies[i], 1e-12)
-          << i;
-  }
 }
 
 // The standard reader puts the centre of symmetry of a positive LATT at the origin: the
