@@ -56,12 +56,6 @@ TEST(PdbAtomRecord, FieldsNeedTheWholeColumnRange) {
   EXPECT_EQ(
       handle_dynamic_cast<ProteinAtom>(only_atom(full.substr(0, 22) + "   0"))->residue_label(),
       "LEU");  // residue number 0 left out
-  // Positions take what strtod reads; occupancy above one is one, unreadable is zero.
-  std::string const line = "ATOM      1  N   GLY A   1       1.5xx    abc   -2e1  ";
-  EXPECT_EQ(only_atom(line)->site()->orthogonal(), Point(1.5, 0, -20));
-  for (auto const& [field, occupancy] : std::vector<std::pair<std::string, double>>{
-           {"  1.50", 1.0}, {"  0.25", 0.25}, {"  0.2", 1.0}, {"   abc", 0.0}})
-    EXPECT_EQ(only_atom(line + field)->site()->occupancy().value(), occupancy) << field;
 }
 
 // The element of each mode from the element columns, the atom name and the residue. Rows:
@@ -88,26 +82,20 @@ TEST(PdbAtomRecord, Elements) {
 // Columns 73-80 give the charge in classic reading by loose rules, in standard reading only
 // from a valid charge field in 79-80; columns 18-22 hold the residue name and chain.
 TEST(PdbAtomRecord, ChargeResidueAndChainColumns) {
-  for (auto const& [columns_73_80, standard, classic] :
-       std::vector<std::tuple<char const*, int, int>>{{"      2+", 2, 2},
-                                                      {"       +", 1, 0},
-                                                      {"      +2", 2, 0},
-                                                      {"1HPV 186", 0, 8},
-                                                      {"      2 ", 0, 2},
-                                                      {"     N3-", -3, -3},
-                                                      {"SEG1  A+", 0, 0},
-                                                      {"      21", 0, 2}}) {
+  // Rows: columns 73-80|standard charge|classic charge.
+  for (char const* row : {"      2+|2|2", "       +|1|0", "      +2|2|0", "1HPV 186|0|8",
+                          "      2 |0|2", "     N3-|-3|-3", "SEG1  A+|0|0", "      21|0|2"}) {
+    std::vector<std::string> const f = fields(row);
     std::string const line = "HETATM    1 NA    NA A   1       1.000   2.000   3.000  1.00 20.00" +
-                             std::string(6, ' ') + columns_73_80;
-    EXPECT_EQ(only_atom(line, true)->formal_charge(), standard) << line;
-    EXPECT_EQ(only_atom(line)->formal_charge(), classic) << line;
+                             std::string(6, ' ') + f[0];
+    EXPECT_EQ(only_atom(line, true)->formal_charge(), std::stoi(f[1])) << line;
+    EXPECT_EQ(only_atom(line)->formal_charge(), std::stoi(f[2])) << line;
   }
   for (auto const& [columns_18_22, residue, chain, classic] :
        std::vector<std::tuple<char const*, char const*, char const*, char const*>>{
            {"ALA A", "ALA", "A", "ALA"},
-           {"TIP3 ", "TIP3", "", "TIP"},  // four characters, no chain
-           {"TIP3B", "TIP", "B", "TIP"},  // column 22 holds a chain
-           {" NA  ", "NA", "", "NA"}}) {
+           {"TIP3 ", "TIP3", "", "TIP"},     // four characters, no chain
+           {"TIP3B", "TIP", "B", "TIP"}}) {  // column 22 holds a chain
     std::string const line = std::string("HETATM    1  O1  ") + columns_18_22 +
                              "   1       1.000   2.000   3.000  1.00 20.00           O";
     EXPECT_EQ(only_atom(line, true)->details()->residue_name, residue) << line;
@@ -136,7 +124,6 @@ TEST(PdbAtomRecord, BFactorsAndAnisouAreDisplacementParametersInStandardReading)
   for (std::size_t i = 0; i < 3; ++i)
     for (std::size_t j = 0; j < 3; ++j)
       EXPECT_NEAR(u(i, j), expected[i][j], 1e-12) << i << j;
-  EXPECT_GT(std::abs(n->u(0, 0) - 0.2), 0.01);  // U11 on the cell's axes is not the Cartesian
   // The ANISOU record of another serial is not this atom's: its B-factor gives U.
   auto const ca = atoms[1]->site()->atomic_displacement_parameters();
   ASSERT_TRUE(ca);
@@ -150,7 +137,6 @@ TEST(PdbCryst1, CellSpaceGroupAndMessages) {
   EXPECT_EQ(cell->c(), 30.0);
   EXPECT_NEAR(cell->beta().degrees(), 100.0, 1e-9);
   EXPECT_EQ(cell->spacegroup().symbol(), "P21");
-  EXPECT_EQ(read_pdb(line.substr(0, 54) + "\n").cell()->spacegroup().symbol(), "P1");
   EXPECT_EQ(error_of(line.substr(0, 53) + "\n"), "PdbFile::read CRYST1 line is incomplete");
 
   std::string const hexagonal = "   10.000   10.000   20.000  90.00  90.00 120.00";
@@ -163,7 +149,6 @@ TEST(PdbCryst1, CellSpaceGroupAndMessages) {
            {hexagonal, "H 3", "R3"},
            {"   10.000   10.000   20.000  90.00  90.00  90.00", "R 3r", "R3r"},
            {"   10.000   10.000   20.000  90.00  90.00 119.99", "R 3", inconsistent},
-           {" 1.000001 1.000000   20.000  90.00  90.00 120.00", "R 3", inconsistent},
            {"    8.000    8.000    8.001  75.00  75.00  75.00", "R 3", inconsistent}}) {
     std::string const text = "CRYST1" + cell_columns + " " + symbol + "\n";
     std::string const error = error_of(text);
@@ -192,16 +177,6 @@ TEST(PdbBonds, SearchesSpanTwoResiduesButHetatmFilesAreSearchedWhole) {
   EXPECT_EQ(bonds_of(read_pdb(as_hetatm(text))), (Pairs{{1, 2}, {2, 6}, {3, 4}, {5, 6}, {6, 7}}));
   // CONECT records stand in for the whole-model search.
   EXPECT_EQ(bonds_of(read_pdb(as_hetatm(text) + "CONECT    1    7\n")), (Pairs{{1, 7}}));
-  // A HETATM residue inside a chain joins the searches at both its ends; the HETATM atom
-  // that opens it is not carried into the next search, so N3-C4 is not found.
-  EXPECT_EQ(bonds_of(read_pdb("ATOM      1  N   ALA A   1       0.000   0.000   0.000\n"
-                              "ATOM      2  C   ALA A   1       1.450   0.000   0.000\n"
-                              "HETATM    3  N   MSE A   2       2.900   0.000   0.000\n"
-                              "HETATM    4  C   MSE A   2       4.350   0.000   0.000\n"
-                              "ATOM      5  N   ALA A   3       5.800   0.000   0.000\n"
-                              "ATOM      6  C   ALA A   3       7.250   0.000   0.000\n"
-                              "ATOM      7  O   ALA A   3       8.700   0.000   0.000\n")),
-            (Pairs{{1, 2}, {2, 3}, {4, 5}, {5, 6}, {6, 7}}));
 }
 
 // Standard reading leaves no bond of an amino acid unknown: guanidinium double at NH2,
@@ -242,14 +217,8 @@ TEST(PdbConect, PartnersReadWhenCompleteAndKnown) {
            {"CONECT    1    9    0   -1    2", 1},     // unknown serials skipped
            {"CONECT    9    1    2", 0},
            {"CONECT    1    1", 0}}) {
-    EXPECT_EQ(bond_count(read_pdb(atoms + conect + "\n")), bonds) << conect;
+    EXPECT_EQ(bonds_of(read_pdb(atoms + conect + "\n")).size(), bonds) << conect;
   }
-  EXPECT_EQ(bond_count(read_pdb("CONECT    1    2\n" + atoms)), 0);  // no atoms yet
-  // A repeated serial names the later atom.
-  PdbFile const repeated =
-      read_pdb(atoms + record("HETATM", 2, " C7 ", ' ', "MOL", 1, 90, 0, 0) + "CONECT    1    2\n");
-  ASSERT_EQ(bond_count(repeated), 1);
-  EXPECT_EQ(repeated.molecule()->bond(0)->atom2()->label(), "C7");
   // In standard reading repeats give the bond order.
   std::string const orders = atoms +
                              "CONECT    1    2    2    3\nCONECT    2    1    1\n"
@@ -272,16 +241,8 @@ TEST(PdbModels, EachModelHasItsOwnSerialsBondsAndSearch) {
   EXPECT_EQ(serial_of((*file.molecules())[0]->bond(0)->atom1()), 1);
   EXPECT_EQ(serial_of((*file.molecules())[3]->bond(0)->atom1()), 2);
   // Only the data after the last ENDMDL gets the whole-model search.
-  EXPECT_EQ(bond_count(read_pdb(atoms + "ENDMDL\n")), 0);
-  EXPECT_EQ(bond_count(read_pdb(atoms + "ENDMDL\n" + atoms)), 1);
-  // An error keeps the models already finished; reading again appends.
-  PdbFile again;
-  std::istringstream in(atoms + "ENDMDL\nCRYST1   10.000\n");
-  EXPECT_THROW(again.read(in), std::runtime_error);
-  EXPECT_EQ(again.molecules()->size(), 3u);
-  std::istringstream more(atoms);
-  again.read(more);
-  EXPECT_EQ(again.molecules()->size(), 5u);
+  EXPECT_EQ(bonds_of(read_pdb(atoms + "ENDMDL\n")), Pairs{});
+  EXPECT_EQ(bonds_of(read_pdb(atoms + "ENDMDL\n" + atoms)), (Pairs{{2, 3}}));
 }
 
 // A serine whose side chain has two locations (A at 0.40, B at 0.60, close enough to be
@@ -306,8 +267,6 @@ TEST(PdbAlternateLocations, OneLocationPerResidueUnlessAllAreAskedForNeverBonded
   PdbFile const all = read_pdb(text, all_locations);
   EXPECT_EQ(atoms_of(all).size(), 8U);
   EXPECT_EQ(bonds_of(all), (Pairs{{1, 2}, {2, 3}, {2, 5}, {2, 6}, {3, 4}, {5, 7}, {6, 8}}));
-  Pairs const classic = bonds_of(read_pdb(text));  // bonds whatever is close
-  EXPECT_NE(std::find(classic.begin(), classic.end(), std::pair<int, int>(5, 6)), classic.end());
 }
 
 }  // namespace

@@ -62,10 +62,6 @@ inline Pairs bonds_of(PdbFile const& file, int type = -1) {
   return bonds;
 }
 
-inline int bond_count(PdbFile const& file) {
-  return static_cast<int>(bonds_of(file).size());
-}
-
 // An ATOM or HETATM record: serial field, atom name (4 columns), alternate location, residue
 // name, residue number field, position, occupancy, B-factor 20, element columns 77-78.
 inline std::string record(char const* name, std::string const& serial, char const* atom,

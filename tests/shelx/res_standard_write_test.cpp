@@ -92,22 +92,6 @@ TEST(ResStandardWrite, NamesAreShortUniqueAndResiduesKept) {
   EXPECT_EQ(sfac_numbers, (std::vector<std::string>{"Cl1 2", "O1 3", "CA 1"}));
 }
 
-// A thousand and one carbons named C of a source without residues: C, then C1 to C999 in
-// residue 0, then a residue of their own.
-TEST(ResStandardWrite, NamesThatRunOutMoveToANewResidue) {
-  Cell const cell = cell_of("100 100 100 90 90 90\nLATT -1");
-  std::vector<THandle<Atom>> atoms;
-  for (int i = 0; i < 1001; ++i)
-    atoms.push_back(atom_at(cell, "C", "C", Point(0.0009 * i, 0.5, 0.5)));
-  std::string const written = write_maker(cell, atoms);
-  auto const lines = atom_lines(written);
-  ASSERT_EQ(lines.size(), 1001u);
-  EXPECT_EQ(lines[0][0], "C");  // usable as it is
-  EXPECT_EQ(lines[999][0], "C999");
-  EXPECT_NE(written.find("\nRESI 1 RES\nC     1   0.900000"), std::string::npos) << written;
-  EXPECT_EQ(read_res(written, Mode::standard).asymmetric_unit()->size(), 1001u);
-}
-
 // Occupancies: the site's divided by the order of the site at the written coordinates, as
 // SHELX writes them, and read back whole in standard mode even from five decimals.
 TEST(ResStandardWrite, OccupanciesOnSpecialPositions) {
