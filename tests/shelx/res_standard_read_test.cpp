@@ -4,7 +4,6 @@
 #include <tuple>
 #include <vector>
 
-#include "kora/kernel/bond_detector.hpp"
 #include "res_test_support.hpp"
 
 namespace {
@@ -26,29 +25,6 @@ TEST(ResStandardRead, ModelEndsAtHklf) {
     EXPECT_EQ(int(read_res(text, false).asymmetric_unit()->size()), classic) << tail;
     EXPECT_EQ(int(read_res(text, true).asymmetric_unit()->size()), standard) << tail;
   }
-}
-
-// Q peaks are difference-map peaks, listed apart in standard reading (before or after END),
-// never atoms of molecules; classic reading makes them atoms of the first SFAC element.
-TEST(ResStandardRead, PeaksAreListedApart) {
-  std::string const text = std::string(p1_header) +
-                           "C1 1 0.1 0.1 0.1 11.0 0.05\n"
-                           "Q1 1 0.3 0.2 0.1 11.0 0.05 1.25\n"
-                           "HKLF 4\nEND\nWGHT 0.1\n"
-                           "Q2 1 0.4 10.5 -0.25 11.0 0.05 0.61\n"
-                           "Q3 1 0.1 0.2\n"
-                           "q4 1 0.6 0.7 0.8 11.0 0.05\n";
-  ResFile const standard = read_res(text, true);
-  EXPECT_EQ(atoms_of(standard).size(), 1u);
-  std::vector<DensityPeak> const& peaks = standard.structure_details().density_peaks;
-  ASSERT_EQ(peaks.size(), 3u);
-  EXPECT_EQ(peaks[0].label + peaks[1].label + peaks[2].label, "Q1Q2Q4");
-  EXPECT_DOUBLE_EQ(peaks[0].height, 1.25);
-  EXPECT_DOUBLE_EQ(peaks[1].fractional[1], 0.5);  // fixed coordinate 10.5
-  EXPECT_FALSE(peaks[2].has_height);
-  EXPECT_EQ(standard.crystal_maker()->details().density_peaks.size(), 3u);
-  ResFile const classic = read_res(text, false);
-  EXPECT_EQ(atoms_of(classic).size(), 2u);
 }
 
 // Atoms of different non-zero parts never bond; part 0 bonds to every part; a negative part
@@ -75,26 +51,6 @@ TEST(ResStandardRead, DisorderPartsBondApart) {
     EXPECT_EQ(int(classic.molecules()->size()), classic_molecules) << text;
     EXPECT_EQ(int(atoms_of(classic).size()), classic_atoms) << text;
   }
-}
-
-TEST(BondDetectorParts, RuleAndMolecularMode) {
-  // Atoms of one negative part bond to each other, not to each other's images.
-  EXPECT_TRUE(BondDetector::parts_may_bond(-1, -1, false));
-  EXPECT_FALSE(BondDetector::parts_may_bond(-1, -1, true));
-  // Molecular mode: two carbons of different parts 1.5 angstroms apart.
-  std::vector<THandle<Atom>> atoms;
-  for (int i = 0; i < 2; ++i) {
-    Point const p(1.5 * i, 0, 0);
-    auto atom = make_handle<FileOrderedAtom3d>(i, Element("C"), "C" + std::to_string(i + 1),
-                                               make_handle<Site>(p, p, 1.0));
-    atom->mutable_details()->part = i + 1;
-    atoms.push_back(THandle<Atom>(atom));
-  }
-  BondDetector detector(BondDetector::molecular, BondDetector::prune_hydrogens,
-                        BondDistanceLimit());
-  EXPECT_EQ(detector.bonds(atoms)->size(), 1u);
-  detector.set_separate_parts(true);
-  EXPECT_EQ(detector.bonds(atoms)->size(), 0u);
 }
 
 }  // namespace
