@@ -233,9 +233,6 @@ TEST(PdbModels, EachModelHasItsOwnSerialsBondsAndSearch) {
   ASSERT_EQ(file.molecules()->size(), 4u);  // O1-C2, C3 | O1, C2-C3
   EXPECT_EQ(serial_of((*file.molecules())[0]->bond(0)->atom1()), 1);
   EXPECT_EQ(serial_of((*file.molecules())[3]->bond(0)->atom1()), 2);
-  // Only the data after the last ENDMDL gets the whole-model search.
-  EXPECT_EQ(bonds_of(read_pdb(atoms + "ENDMDL\n")), Pairs{});
-  EXPECT_EQ(bonds_of(read_pdb(atoms + "ENDMDL\n" + atoms)), (Pairs{{2, 3}}));
 }
 
 // A serine whose side chain has two locations (A at 0.40, B at 0.60, close enough to be

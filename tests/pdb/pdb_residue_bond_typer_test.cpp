@@ -64,8 +64,7 @@ Typed backbone(std::string const& residue, Labels side = {}, Labels side_bonds =
 
 // Side chains with their double bonds (after the carbonyl C-O) and aromatic bonds: rings
 // also under alternate-location labels, carboxylates and histidines double away from the
-// protonated atom, every standard residue its carbonyl (even where its rule finds none of its
-// atoms), other residues none.
+// protonated atom, every standard residue its carbonyl, other residues none.
 TEST(PdbResidueBondTyper, SideChains) {
   Labels const asp{"CB", "CG", "OD1", "OD2", "H"};
   Labels const asp_bonds{"CA-CB", "CB-CG", "CG-OD1", "CG-OD2"};
@@ -79,25 +78,23 @@ TEST(PdbResidueBondTyper, SideChains) {
     std::string residue;
     Labels side, bonds, doubles, aromatic;
   };
-  for (Case const& c : std::vector<Case>{
-           {"TYR5",
-            {"CBA", "CGA", "CD1A", "CD2A", "CE1A"},
-            {"CA-CBA", "CBA-CGA", "CGA-CD1A", "CGA-CD2A", "CD1A-CE1A"},
-            {},
-            {"CGA-CD1A", "CGA-CD2A", "CD1A-CE1A"}},
-           {"ASP3", asp, asp_bonds, {"CG-OD2"}, {}},
-           {"ASP3", asp, with(asp_bonds, {"OD2-H"}), {"CG-OD1"}, {}},
-           {"ASP3", asp, with(asp_bonds, {"OD1-H"}), {}, {}},
-           {"GLU3", {"CD", "OE1", "OE2", "H"}, {"CD-OE1", "CD-OE2", "OE2-H"}, {"CD-OE1"}, {}},
-           {"HIS4", his, with(his_bonds, {"ND1-H"}), {"CG-CD2", "CE1-NE2"}, {}},
-           {"HIS4", his, with(his_bonds, {"NE2-H"}), {"CG-CD2", "ND1-CE1"}, {}},
-           {"TRP6",
-            {"CG", "CD1", "CD2", "NE1", "CE2", "CE3", "CZ2", "CZ3", "CH2"},
-            {"CG-CD1", "CG-CD2", "CD1-NE1", "NE1-CE2", "CD2-CE2", "CD2-CE3", "CE2-CZ2", "CE3-CZ3",
-             "CZ2-CH2", "CZ3-CH2"},
-            {"CG-CD1"},
-            {"CD2-CE2", "CD2-CE3", "CE2-CZ2", "CE3-CZ3", "CZ2-CH2", "CZ3-CH2"}},
-           {"HIS1", {"CB"}, {"CA-CB"}, {}, {}}}) {
+  for (Case const& c :
+       std::vector<Case>{{"TYR5",
+                          {"CBA", "CGA", "CD1A", "CD2A", "CE1A"},
+                          {"CA-CBA", "CBA-CGA", "CGA-CD1A", "CGA-CD2A", "CD1A-CE1A"},
+                          {},
+                          {"CGA-CD1A", "CGA-CD2A", "CD1A-CE1A"}},
+                         {"ASP3", asp, asp_bonds, {"CG-OD2"}, {}},
+                         {"ASP3", asp, with(asp_bonds, {"OD2-H"}), {"CG-OD1"}, {}},
+                         {"ASP3", asp, with(asp_bonds, {"OD1-H"}), {}, {}},
+                         {"HIS4", his, with(his_bonds, {"ND1-H"}), {"CG-CD2", "CE1-NE2"}, {}},
+                         {"HIS4", his, with(his_bonds, {"NE2-H"}), {"CG-CD2", "ND1-CE1"}, {}},
+                         {"TRP6",
+                          {"CG", "CD1", "CD2", "NE1", "CE2", "CE3", "CZ2", "CZ3", "CH2"},
+                          {"CG-CD1", "CG-CD2", "CD1-NE1", "NE1-CE2", "CD2-CE2", "CD2-CE3",
+                           "CE2-CZ2", "CE3-CZ3", "CZ2-CH2", "CZ3-CH2"},
+                          {"CG-CD1"},
+                          {"CD2-CE2", "CD2-CE3", "CE2-CZ2", "CE3-CZ3", "CZ2-CH2", "CZ3-CH2"}}}) {
     Typed const typed = backbone(c.residue, c.side, c.bonds);
     EXPECT_EQ(typed.of_type(double_bond), with({"C-O"}, c.doubles)) << c.residue;
     EXPECT_EQ(typed.of_type(aromatic_bond), c.aromatic) << c.residue;
