@@ -90,8 +90,7 @@ TEST(PdbWrite, StandardAtomRecordsColumnForColumn) {
            {"CA", "C", 0, {"ALA", 5, "A", false, 12.5}, "ATOM      1  CA  ALA A   5 ", " C  "},
            {"CA", "Ca", 2, {"CA", 301, "A", true, 12.5}, "HETATM    1 CA    CA A 301 ", "CA2+"},
            {"HD21", "H", 0, {"ASN", 3, "B", false, -1, 'A'}, "ATOM      1 HD21 ASN B   3A", " H  "},
-           // A standard residue read as HETATM stays so; another read as ATOM becomes HETATM.
-           {"CA", "C", 0, {"ALA", 1, "A", true}, "HETATM    1  CA  ALA A   1 ", " C  "},
+           // A residue not of a polymer read as ATOM becomes HETATM.
            {"O", "O", 0, {"HOH", 9, "W"}, "HETATM    1  O   HOH W   9 ", " O  "},
            // The alternate location leaves the name.
            {"CAB",

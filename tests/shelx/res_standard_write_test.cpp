@@ -18,7 +18,7 @@ using namespace kora;
 using namespace kora::test;
 
 std::string round_trip_text(std::string const& text) {
-  return write_standard(*read_res(text, Mode::standard).database_entry());
+  return write_standard(*read_res(text, true).database_entry());
 }
 
 std::string write_maker(Cell const& cell, std::vector<THandle<Atom>> const& atoms) {
@@ -57,7 +57,7 @@ std::vector<std::vector<std::string>> atom_lines(std::string const& text) {
 }
 
 Cell cell_of(std::string const& text) {
-  return *read_res("CELL 0.71073 " + text + "\n", Mode::standard).cell();
+  return *read_res("CELL 0.71073 " + text + "\n", true).cell();
 }
 
 constexpr char const* p21c = "TITL t\nCELL 0.71073 7 8 9 90 100 90\nLATT 1\nSYMM -X,1/2+Y,1/2-Z\n";
@@ -96,7 +96,7 @@ TEST(ResStandardWrite, OccupanciesOnSpecialPositions) {
     auto const lines = atom_lines(written);
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0][5], code) << written;
-    THandle<Atom> const again = read_res(written, Mode::standard).asymmetric_unit()->at(0);
+    THandle<Atom> const again = read_res(written, true).asymmetric_unit()->at(0);
     EXPECT_NEAR(again->site()->occupancy().value(), occupancy, 1e-4) << written;
   }
   // Five decimals on a 3-fold axis: the full atom SHELX means, not a third of it; written
@@ -134,7 +134,7 @@ TEST(ResStandardWrite, FreeVariablesPartsAndRidingAtomsRoundTrip) {
         "\nC5    1   0.900000   0.050000   0.150000    31.00000   0.03000\n"}) {
     EXPECT_NE(written.find(expected), std::string::npos) << expected << "\n---\n" << written;
   }
-  ResFile const original = read_res(text, Mode::standard);
+  ResFile const original = read_res(text, true);
 
   // Without the free variables (an atom added as a bare molecule), the codes that need them
   // give way to the values they stood for; a riding U whose pivot changed gives way too.
@@ -174,8 +174,8 @@ TEST(ResStandardWrite, StandardReadingInvertsTranslations) {
     return std::any_of(ops.begin(), ops.end(),
                        [&](CrystalSymmetryOperator const& o) { return equals(o, op, 1e-9); });
   };
-  EXPECT_TRUE(has(read_res(text, Mode::standard), "X-1/4,Y-1/4,-Z"));
-  EXPECT_TRUE(has(read_res(text, Mode::classic), "X+1/4,Y+1/4,-Z"));
+  EXPECT_TRUE(has(read_res(text, true), "X-1/4,Y-1/4,-Z"));
+  EXPECT_TRUE(has(read_res(text), "X+1/4,Y+1/4,-Z"));
 }
 
 // A group whose inversion does not keep the translations (P 21/c with the origin moved an
@@ -193,8 +193,8 @@ TEST(ResStandardWrite, LatticeSignOnlyWhereBothInversionsAgree) {
     Cell const cell(7, 8, 9, right, right, right, Spacegroup(ops, 0, ""));
     std::string const written = write_maker(cell, {atom_at(cell, "C1", "C", Point(0.1, 0.2, 0.3))});
     EXPECT_NE(written.find(latt), std::string::npos) << written;
-    for (Mode mode : {Mode::standard, Mode::classic}) {
-      THandle<Cell> const again = read_res(written, mode).cell();
+    for (bool standard : {true, false}) {
+      THandle<Cell> const again = read_res(written, standard).cell();
       auto const& back = again->spacegroup().operators();
       EXPECT_EQ(back.size(), ops->size()) << written;
       for (CrystalSymmetryOperator const& op : *ops)
