@@ -1,11 +1,9 @@
 // Reading PDB records in both modes: the columns of atom records, elements, charges,
-// displacement parameters, CRYST1 and SCALE, models, CONECT records, alternate locations and
-// the bonds found from the residues.
+// displacement parameters, CRYST1, models, CONECT records, alternate locations and the bonds
+// found from the residues.
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
 #include <stdexcept>
 #include <string>
 #include <tuple>

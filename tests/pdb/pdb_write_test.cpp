@@ -1,13 +1,11 @@
-// Writing PDB files in both modes: atom records column for column, TER/MODEL/ENDMDL, CONECT
-// rules with bond orders, CRYST1 symbols and SCALE, and round trips through reading.
+// Standard PDB writing: atom records column for column, TER/MODEL/ENDMDL, CONECT for the bonds
+// readers cannot derive, CRYST1 symbols (also in classic writing) and hybrid-36 serials.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "pdb_test_support.hpp"
@@ -109,6 +107,12 @@ TEST(PdbWrite, StandardAtomRecordsColumnForColumn) {
         std::vector<std::string>{std::string(c.columns_1_27) + "      1.000   2.000   3.000  1.00" +
                                  b_factor + std::string(10, ' ') + c.columns_77_80});
   }
+  // Without a B-factor read, B is 8 pi^2 U.
+  auto const u = make_handle<AtomicDisplacementParameters>(
+      UncertainValue(0.05), AtomicDisplacementParameters::isotropic, Cell());
+  THandle<Atom> const atom(make_handle<FileOrderedAtom3d>(
+      0, Element("C"), "C1", make_handle<Site>(Point(), Point(), UncertainValue(1.0), nullptr, u)));
+  EXPECT_EQ(lines_of(printed(*make_molecule({atom})), {"HETATM"})[0].substr(60, 6), "  3.95");
 }
 
 TEST(PdbWrite, StandardModelsChainsAndTer) {

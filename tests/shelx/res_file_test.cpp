@@ -135,9 +135,7 @@ TEST(ResFile, CrowdedImagesAreNotGrown) {
                                                       {"res_far_translation.res", 2, 2}}) {
     for (bool standard_mode : {false, true}) {
       ResFile file;
-      ReadOptions options;
-      options.mode = standard_mode ? Mode::standard : Mode::classic;
-      file.set_read_options(options);
+      file.set_read_options(standard_mode ? ReadOptions::standard_mode() : ReadOptions());
       auto const start = std::chrono::steady_clock::now();
       file.read(std::string(KORA_TEST_DATA_DIR) + "/regressions/" + name);
       seconds += std::chrono::steady_clock::now() - start;
