@@ -1,5 +1,5 @@
-// The PDB index: where entries start and end in both modes, their names, its messages, and
-// the format's descriptor.
+// The PDB index: the entries of each mode with their names and atoms, and the read options
+// the format passes on to it.
 
 #include <gtest/gtest.h>
 
@@ -38,8 +38,6 @@ int atom_count(THandle<CrystalStructureDatabaseEntry> const& entry) {
   return n;
 }
 
-// Standard indexing starts an entry after each END; classic indexing starts entries at
-// HEADER, ends them with END or ENDMDL, and stops at an entry without atoms.
 // Each entry of the index as "name:atoms ".
 std::string entries_of(PdbDatabase const& db) {
   std::string out;
@@ -48,6 +46,8 @@ std::string entries_of(PdbDatabase const& db) {
   return out;
 }
 
+// Standard indexing starts an entry after each END; classic indexing starts entries at
+// HEADER, ends them with END or ENDMDL, and stops at an entry without atoms.
 TEST(PdbIndex, EntriesOfEachMode) {
   ScratchFolder const folder;
   for (auto const& [text, standard, classic] :
