@@ -1,10 +1,10 @@
-// The PDB index: where entries start and end in both modes, their names, its messages, and
-// the format's descriptor.
+// The PDB index: the entries of each mode with their names and atoms, and the read options
+// the format passes on to it.
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "../framework/sample_files.hpp"
@@ -38,88 +38,31 @@ int atom_count(THandle<CrystalStructureDatabaseEntry> const& entry) {
   return n;
 }
 
-TEST(PdbIndex, EntriesRunFromHeaderToEndOrABlankLineOrTheEndOfTheFile) {
-  ScratchFolder const folder;
-  std::vector<std::string> const parts{
-      "REMARK before any entry\n" + atoms(1) + "END\n",
-      header("1ABC") + "\n" + atoms(2) + "TER\nEND\n",
-      "HEADER    VRX ENTRY SECOND ONE\n" + atoms(1) + "END\n",
-      header("    ") + "\n" + atoms(1) + "\nREMARK outside\n",
-      header("2NMR") + "\nMODEL 1\n" + atoms(1) + "ENDMDL\nMODEL 2\n" + atoms(1) + "ENDMDL\nEND\n",
-      header("4XYZ") + "\n" + atoms(3)};
-  for (char const* end : {"\n", "\r\n"}) {
-    std::string text;
-    std::vector<std::streamoff> starts;
-    for (std::string const& part : parts) {
-      starts.push_back(std::streamoff(text.size()));
-      for (char c : part)
-        text += c == '\n' ? std::string(end) : std::string(1, c);
-    }
-    PdbDatabase const db(folder.write("entries.pdb", text));
-    ASSERT_EQ(db.size(), 5);
-    std::vector<std::string> const names{"1ABC", "SECOND ONE", "ENTRY3", "2NMR", "4XYZ"};
-    for (int i = 0; i < 5; ++i) {
-      EXPECT_EQ(db.identifier(i).str(), names[std::size_t(i)]);
-      EXPECT_EQ(db.position(i), std::streampos(starts[std::size_t(i) + 1]));
-    }
-    EXPECT_EQ(atom_count(db.entry(0)), 2);
-    EXPECT_EQ(db.entry(DatabaseEntryIdentifier("SECOND ONE"))->identifier().str(), "SECOND ONE");
-    EXPECT_EQ(atom_count(db.entry(3)), 2);  // both models
-    EXPECT_EQ(atom_count(db.entry(4)), 3);  // no END needed
-  }
+// Each entry of the index as "name:atoms ".
+std::string entries_of(PdbDatabase const& db) {
+  std::string out;
+  for (int i = 0; i < db.size(); ++i)
+    out += db.identifier(i).str() + ":" + std::to_string(atom_count(db.entry(i))) + " ";
+  return out;
 }
 
 // Standard indexing starts an entry after each END; classic indexing starts entries at
 // HEADER, ends them with END or ENDMDL, and stops at an entry without atoms.
 TEST(PdbIndex, EntriesOfEachMode) {
-  struct Case {
-    std::string text;
-    std::vector<std::string> standard_names, classic_names;
-    std::vector<int> standard_atoms;
-  };
-  std::string const cryst1 =
-      "CRYST1   15.000   15.000   15.000  90.00  90.00  90.00 P 1           1\n";
-  std::string const empty_second = header("1AAA") + "\n" + atoms(1) + "END\n" + header("2BBB") +
-                                   "\nEND\n" + header("3CCC") + "\n" + atoms(1) + "END\n";
   ScratchFolder const folder;
-  for (Case const& c :
-       std::vector<Case>{{cryst1 + atoms(2) + "END\n" + atoms(3) + "END\n" + atoms(1) + "END\n",
-                          {"ENTRY1", "ENTRY2", "ENTRY3"},
-                          {},
-                          {2, 3, 1}},
-                         {atoms(2) + "END\n\n" + atoms(1), {"ENTRY1", "ENTRY2"}, {}, {2, 1}},
-                         {header("1ABC") + "\n" + atoms(1) + "END\n" + atoms(2) + "END\n",
-                          {"1ABC", "ENTRY2"},
-                          {"1ABC"},
-                          {1, 2}},
-                         {header("2NMR") + "\nMODEL 1\n" + atoms(1) + "ENDMDL\nMODEL 2\n" +
-                              atoms(1) + "ENDMDL\nCONECT    1    1\nEND\n",
-                          {"2NMR"},
-                          {"2NMR"},
-                          {2}},
-                         {empty_second, {"1AAA", "2BBB", "3CCC"}, {"1AAA"}, {1, 0, 1}},
-                         {header("1AAA") + "\n" + atoms(2) + header("2BBB") + "\n" + atoms(1),
-                          {"1AAA", "2BBB"},
-                          {"1AAA"},  // classic: the second HEADER lies inside the first entry
-                          {2, 1}},
-                         {atoms(1) + "END\nMASTER\nCONECT    1\nEND\n", {"ENTRY1"}, {}, {1}}}) {
-    SCOPED_TRACE(c.text);
-    std::string const path = folder.write("entries.pdb", c.text);
+  for (auto const& [text, standard, classic] :
+       std::vector<std::tuple<std::string, char const*, char const*>>{
+           {header("1ABC") + "\n" + atoms(1) + "END\n" + atoms(2) + "END\n", "1ABC:1 ENTRY2:2 ",
+            "1ABC:1 "},
+           {header("1AAA") + "\n" + atoms(1) + "END\n" + header("2BBB") + "\nEND\n" +
+                header("3CCC") + "\n" + atoms(1) + "END\n",
+            "1AAA:1 2BBB:0 3CCC:1 ", "1AAA:1 "},
+           {atoms(1) + "END\nMASTER\nCONECT    1\nEND\n", "ENTRY1:1 ", ""}}) {
+    std::string const path = folder.write("entries.pdb", text);
     PdbDatabase db(path, ReadOptions::standard_mode());
     db.set_read_options(ReadOptions::standard_mode());
-    std::vector<std::string> names;
-    std::vector<int> counts;
-    for (int i = 0; i < db.size(); ++i) {
-      names.push_back(db.identifier(i).str());
-      counts.push_back(atom_count(db.entry(i)));
-    }
-    EXPECT_EQ(names, c.standard_names);
-    EXPECT_EQ(counts, c.standard_atoms);
-    PdbDatabase const classic(path);
-    names.clear();
-    for (int i = 0; i < classic.size(); ++i)
-      names.push_back(classic.identifier(i).str());
-    EXPECT_EQ(names, c.classic_names);
+    EXPECT_EQ(entries_of(db), standard) << text;
+    EXPECT_EQ(entries_of(PdbDatabase(path)), classic) << text;
   }
   // The open parameters carry the read options.
   FileFormat::OpenParameters parameters{
@@ -128,59 +71,7 @@ TEST(PdbIndex, EntriesOfEachMode) {
   parameters.read_options = ReadOptions::standard_mode();
   THandle<EntryDatabase> const db = PdbFileFormat().make_database(parameters);
   ASSERT_EQ(db->size(), 2);
-  EXPECT_TRUE(handle_dynamic_cast<FlatFileDatabaseIndex>(db)->read_options().standard());
   EXPECT_EQ(atom_count(db->entry(1)), 3);
-}
-
-TEST(PdbIndex, NamesAndFailures) {
-  PdbDatabaseReader const reader("unused");
-  for (auto const& [entry, line, name] : std::vector<std::tuple<int, std::string, std::string>>{
-           {0, "HEADER    VRX ENTRY LONGER NAME", "LONGER NAME"},
-           {0, "HEADER    VRX ENTRY ABC\r", "ABC"},
-           {4, header("1CR"), "1CR"},
-           {4, header("1CRN") + "      1CRN   2", "1CRN"},
-           {4, header("    "), "ENTRY5"},
-           {0, "HEADER", "ENTRY1"}})
-    EXPECT_EQ(reader.set_entry_identifier(entry, line).str(), name) << line;
-  ScratchFolder const folder;
-  try {
-    PdbDatabase const db(
-        folder.write("long.pdb", "HEADER    VRX ENTRY " + std::string(300, 'X') + "\n" + atoms(1)));
-    ADD_FAILURE() << "no exception";
-  } catch (std::invalid_argument const& e) {
-    EXPECT_STREQ(e.what(), "PdbDatabase::entry_identifier: invalid VRX identifier.");
-  }
-  try {
-    PdbDatabase const db((folder.path() / "no_such_file.pdb").string());
-    ADD_FAILURE() << "no exception";
-  } catch (database_error const& e) {
-    EXPECT_EQ(std::string(e.what()).rfind("PdbDatabase::parse() couldn't retrieve entry ", 0), 0u);
-  }
-}
-
-TEST(PdbIndex, Descriptor) {
-  PdbFileFormat const format;
-  EXPECT_EQ(format.name(), "PDB file");
-  EXPECT_EQ(format.default_extension(), "ent");
-  std::vector<std::string> extensions{"old"};
-  format.all_extensions(extensions);
-  EXPECT_EQ(extensions, (std::vector<std::string>{"pdb", "ent"}));
-  EXPECT_TRUE(format.writeable());
-  for (char const* line : {"HEADER", "REMARK   2", "SCALE1", "ATOM      1", "HETATM12345"})
-    EXPECT_TRUE(format.examine_line(line, 9)) << line;
-  for (char const* line : {"ATOM 1", " HEADER", "header", "CRYST1", "END", "CONECT    1", ""})
-    EXPECT_FALSE(format.examine_line(line, 1)) << line;
-  ScratchFolder const folder;
-  std::string const pdb = folder.write("one.pdb", header("1XYZ") + "\n" + atoms(1) + "END\n");
-  std::string const other = folder.write("other.pdb", "@<TRIPOS>MOLECULE\nx\n");
-  auto const file = handle_dynamic_cast<PdbFile>(format.make_molecule_file({pdb, "pdb"}));
-  ASSERT_TRUE(file);
-  EXPECT_TRUE(file->molecules()->empty());  // nothing read yet
-  EXPECT_FALSE(format.make_molecule_file({other, "pdb"}));
-  EXPECT_EQ(format.make_database({pdb, "pdb"})->identifier(0).str(), "1XYZ");
-  EXPECT_FALSE(format.make_database({other, "pdb"}));
-  ASSERT_TRUE(find_file_format({pdb, "pdb"}));
-  EXPECT_EQ(find_file_format({pdb, "pdb"})->name(), "PDB file");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // serial number, the records of written text, and the shared corpus.
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -61,8 +62,23 @@ inline Pairs bonds_of(PdbFile const& file, int type = -1) {
   return bonds;
 }
 
-inline int bond_count(PdbFile const& file) {
-  return static_cast<int>(bonds_of(file).size());
+// An ATOM or HETATM record: serial field, atom name (4 columns), alternate location, residue
+// name, residue number field, position, occupancy, B-factor 20, element columns 77-78.
+inline std::string record(char const* name, std::string const& serial, char const* atom,
+                          char location, char const* residue, std::string const& number, double x,
+                          double y, double z, double occupancy = 1.0, char const* element = "") {
+  char line[128];
+  std::snprintf(
+      line, sizeof line, "%-6s%5s %-4s%c%3s A%4s    %8.3f%8.3f%8.3f%6.2f%6.2f          %2s\n", name,
+      serial.c_str(), atom, location, residue, number.c_str(), x, y, z, occupancy, 20.0, element);
+  return line;
+}
+
+inline std::string record(char const* name, int serial, char const* atom, char location,
+                          char const* residue, int number, double x, double y, double z,
+                          double occupancy = 1.0) {
+  return record(name, std::to_string(serial), atom, location, residue, std::to_string(number), x, y,
+                z, occupancy);
 }
 
 // The lines of `text` that start with one of `names`.

@@ -14,18 +14,14 @@
 
 namespace kora::test {
 
-inline ResFile read_res(std::string const& text, Mode mode = Mode::classic) {
+inline ResFile read_res(std::string const& text, bool standard = false) {
   ReadOptions options;
-  options.mode = mode;
+  options.mode = standard ? Mode::standard : Mode::classic;
   ResFile file;
   file.set_read_options(options);
   std::istringstream in(text);
   file.read(in);
   return file;
-}
-
-inline ResFile read_res(std::string const& text, bool standard) {
-  return read_res(text, standard ? Mode::standard : Mode::classic);
 }
 
 // The message of the error reading `text` (classic mode) gives, or "no error".
