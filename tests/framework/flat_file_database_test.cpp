@@ -1,14 +1,9 @@
 // The flat-file database over SD records: its index, entries read one at a time and from
-// any position, files changed at either end, nearest identifiers and saved indexes; and how
-// text formats identify a file.
+// any position, files changed at either end, and saved indexes.
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <iterator>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "sample_files.hpp"
 
@@ -49,26 +44,21 @@ TEST(FlatFileDatabaseTest, IndexesOnceAndReadsOnlyTheRequestedEntry) {
     EXPECT_THROW(db.entry(bad), database_error) << bad;
 }
 
-// Lists the positions it is given, whatever the file holds, with the names it is given ("E"
-// where none is).
+// Lists the positions it is given, whatever the file holds.
 class ListedReader : public FlatFileDatabaseReader {
  public:
-  ListedReader(std::string const& file_name, std::vector<std::streamoff> positions,
-               std::vector<std::string> names = {})
-      : FlatFileDatabaseReader(file_name),
-        positions_(std::move(positions)),
-        names_(std::move(names)) {}
+  ListedReader(std::string const& file_name, std::vector<std::streamoff> positions)
+      : FlatFileDatabaseReader(file_name), positions_(std::move(positions)) {}
   void parse(std::vector<DatabaseEntryIdentifier>& identifiers,
              std::vector<std::streampos>& positions) const override {
-    for (std::size_t k = 0; k < positions_.size(); ++k) {
-      identifiers.emplace_back(k < names_.size() ? names_[k] : "E");
-      positions.emplace_back(positions_[k]);
+    for (std::streamoff const at : positions_) {
+      identifiers.emplace_back("E");
+      positions.emplace_back(at);
     }
   }
 
  private:
   std::vector<std::streamoff> positions_;
-  std::vector<std::string> names_;
 };
 
 using ListedDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, ListedReader, MolFile>;
@@ -127,73 +117,6 @@ TEST(FlatFileDatabaseTest, LargeFileIsCheckedAtBothEnds) {
                   " has changed since it was indexed")
         << "byte " << at;
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-  }
-}
-
-TEST(FlatFileDatabaseTest, NearestEntry) {
-  using Match = EntryDatabase::IdentifierMatch;
-  struct Case {
-    std::vector<std::string> names;
-    char const* query;
-    int index;
-    Match match;
-  };
-  Case const cases[] = {
-      {{"ABC1", "abc1"}, "abc1", 1, Match::exact},
-      {{"ABC1"}, "abc1", 0, Match::equal_ignoring_case},
-      {{"x", "Abc1", "ABC1"}, "abc1", 1, Match::equal_ignoring_case},
-      {{"AAA", "DDD", "CCC"}, "BBB", 2, Match::nearest_only},
-      {{"AAA", "aab"}, "ZZZ", 1, Match::nearest_only},
-      {{}, "abc", -1, Match::nearest_only},
-  };
-  ScratchFolder const scratch;
-  std::string const path = scratch.write("s.sdf", sd_entries(1));
-  for (Case const& c : cases) {
-    ListedDatabase const db(path, std::vector<std::streamoff>(c.names.size()), c.names);
-    Match match = Match::exact;
-    EXPECT_EQ(db.nearest_entry(DatabaseEntryIdentifier(c.query), match), c.index) << c.query;
-    EXPECT_EQ(match, c.match) << c.query;
-  }
-}
-
-// Accepts a line "MAGIC" at line 3 only, and records the numbers it was shown.
-class ToyFormat : public TextIdentifiedFileFormat {
- public:
-  THandle<EntryDatabase> make_database(OpenParameters const&) const override { return {}; }
-  THandle<MoleculeFile> make_molecule_file(OpenParameters const&) const override { return {}; }
-  std::string name() const override { return "toy"; }
-  std::string default_extension() const override { return "toy"; }
-  void all_extensions(std::vector<std::string>& e) const override { e = {"toy"}; }
-  bool writeable() const override { return false; }
-  bool examine_line(std::string const& line, unsigned int number) const override {
-    seen.push_back(number);
-    return line == "MAGIC" && number == 3;
-  }
-  mutable std::vector<unsigned int> seen;
-};
-
-TEST(FlatFileDatabaseTest, IdentifyCountsLinesFromOneAndStopsAtTheFirstAcceptedLine) {
-  ScratchFolder const scratch;
-  std::vector<unsigned int> const three = {1, 2, 3};
-  ToyFormat format;
-  EXPECT_TRUE(format.identify(scratch.write("a", "a\r\nb\rMAGIC\nMAGIC\n")));
-  EXPECT_EQ(format.seen, three);
-  format.seen.clear();
-  EXPECT_FALSE(format.identify((scratch.path() / "no_such_file").string()));
-  EXPECT_FALSE(format.identify(scratch.path().string()));  // a directory
-  EXPECT_TRUE(format.seen.empty());
-  std::string many;
-  for (int i = 0; i < 2000; ++i)
-    many += "line\n";
-  EXPECT_FALSE(format.identify(scratch.write("c", many)));
-  EXPECT_EQ(format.seen.size(), TextIdentifiedFileFormat::identify_line_limit);
-  // Files are read in blocks of 64 KiB: lines across a block's end, and a "\r\n" split by
-  // it, are whole lines.
-  for (std::size_t first : {std::size_t(65535), std::size_t(65534), std::size_t(100000)}) {
-    format.seen.clear();
-    EXPECT_TRUE(format.identify(scratch.write("d", std::string(first, 'a') + "\r\nb\r\nMAGIC\n")))
-        << first;
-    EXPECT_EQ(format.seen, three) << first;
   }
 }
 

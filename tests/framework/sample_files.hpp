@@ -1,7 +1,7 @@
 #pragma once
 
-// Small multi-entry files of every format, written by the tests themselves, with the
-// database each format makes of them, and scratch files that are removed afterwards.
+// Small multi-entry files of every format, the database each format makes of them, and
+// scratch files that are removed afterwards.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -85,12 +84,10 @@ inline std::string sd_entries(int count) {
   return text;
 }
 
-// "E000" to "E999".
 inline std::string pdb_code(int entry) {
   return format("E%03d", entry % 1000);
 }
 
-// Entries named by the identifier code of columns 63-66 (pdb_code).
 inline std::string pdb_entries(int count) {
   std::string text;
   for (int e = 0; e < count; ++e) {
@@ -123,9 +120,8 @@ inline std::string res_text() {
          "END\n";
 }
 
-// One format as the tests see it: a sample file of `entries` entries, the database made of
-// a file, the identifier the index gives entry i of the sample, the format's descriptor and
-// an empty file object.
+// One format as the tests see it: a sample of `entries` entries, the database made of a file,
+// the identifier of entry i, the format's descriptor and an empty file object.
 struct SampleFormat {
   std::string name;
   std::string extension;
@@ -137,7 +133,6 @@ struct SampleFormat {
   std::function<THandle<MoleculeFile>()> file_object;
 };
 
-// The database and the descriptor are made with `arguments` after the file's name.
 template <class Db, class Descriptor, class File, class... Arguments>
 SampleFormat sample_format(char const* name, char const* extension, int entries,
                            std::string (*text)(int), std::function<std::string(int)> identifier,
@@ -169,11 +164,6 @@ inline std::vector<SampleFormat> const& sample_formats() {
   return formats;
 }
 
-// gtest names a parameter by its format.
-inline void PrintTo(SampleFormat const& f, std::ostream* os) {
-  *os << f.name;
-}
-
 inline std::string format_name(::testing::TestParamInfo<SampleFormat> const& info) {
   return info.param.name;
 }
@@ -193,8 +183,7 @@ std::string thrown_message(Call call) {
 // Files and folders under a fresh scratch folder, removed with it.
 class ScratchFolder {
  public:
-  // Named after the test and the process, so that test programs running side by side (two
-  // build folders, ctest -j) never share one.
+  // Named after the test and the process: test programs running side by side never share one.
   ScratchFolder() {
     ::testing::TestInfo const* test = ::testing::UnitTest::GetInstance()->current_test_info();
     std::string name = std::string(test->test_suite_name()) + "." + test->name() + "." +
@@ -209,8 +198,6 @@ class ScratchFolder {
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
   }
-  ScratchFolder(ScratchFolder const&) = delete;
-  ScratchFolder& operator=(ScratchFolder const&) = delete;
 
   std::string write(std::string const& name, std::string const& text) const {
     std::string const file = (path_ / name).string();
