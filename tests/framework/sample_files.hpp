@@ -84,6 +84,13 @@ inline std::string sd_entries(int count) {
   return text;
 }
 
+// The same with entry `broken`'s first bond naming an atom that does not exist.
+inline std::string sd_entries(int count, int broken) {
+  std::string text = sd_entries(count);
+  text.replace(text.find("  1  2  1  0", text.find(format("mol%d\n", broken))), 12, "  1 40  1  0");
+  return text;
+}
+
 inline std::string pdb_code(int entry) {
   return format("E%03d", entry % 1000);
 }

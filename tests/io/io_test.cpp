@@ -14,17 +14,8 @@ namespace {
 
 using kora::test::ScratchFolder;
 
-std::string mol_block(std::string const& name, int bond_to) {
-  return name +
-         "\n  test\n\n  2  1  0  0  0  0  0  0  0  0999 V2000\n"
-         "    0.0000    0.0000    0.0000 C   0  0  0  0  0  0  0  0  0  0  0  0\n"
-         "    1.5000    0.0000    0.0000 O   0  0  0  0  0  0  0  0  0  0  0  0\n"
-         "  1  " +
-         std::to_string(bond_to) + "  1  0\nM  END\n> <MW>\n30.03\n\n$$$$\n";
-}
-
-// Two good records around one whose bond names an atom that does not exist.
-std::string const sd_text = mol_block("first", 2) + mol_block("broken", 9) + mol_block("last", 2);
+// Three records of 3, 4 and 5 atoms; the second cannot be read.
+std::string const sd_text = kora::test::sd_entries(3, 1);
 
 TEST(Facade, StreamsAndFilesGiveTheSameEntries) {
   ScratchFolder const scratch;
@@ -34,9 +25,9 @@ TEST(Facade, StreamsAndFilesGiveTheSameEntries) {
   for (kora::Entries const* e : {&from_stream, &from_file}) {
     EXPECT_EQ(e->format(), "sdf");  // from the content: the names say nothing
     ASSERT_EQ(e->size(), 3);
-    EXPECT_EQ(e->identifier(2).str(), "last");
-    EXPECT_EQ(e->text(1), mol_block("broken", 9));
-    EXPECT_EQ(kora::formula(*e->entry(0)), "CO");
+    EXPECT_EQ(e->identifier(2).str(), "mol2");
+    EXPECT_EQ(e->text(0) + e->text(1) + e->text(2), sd_text);
+    EXPECT_EQ(kora::formula(*e->entry(0)), "C2O");
   }
 }
 
@@ -44,10 +35,10 @@ TEST(Facade, FailuresNameTheInputInOneLine) {
   ScratchFolder const scratch;
   std::string const path = scratch.write("bad.sdf", sd_text);
   kora::Entries const entries(path);
-  // The record starts on line 13 of the file, after the first of twelve lines.
+  // The record starts on line 15 of the file, after the first of fourteen lines.
   std::string const message =
       kora::test::thrown_message<kora::database_error>([&] { entries.entry(1); });
-  EXPECT_EQ(message.rfind(path + ":13: entry 1 (broken): ", 0), 0u) << message;
+  EXPECT_EQ(message.rfind(path + ":15: entry 1 (mol1): ", 0), 0u) << message;
   EXPECT_EQ(message.find('\n'), std::string::npos) << message;
 
   // A PDB whose cell and space group disagree: the cause without the reader's own name.
@@ -80,7 +71,7 @@ TEST(Facade, WritersTakeTheirFormatFromNameOrAlias) {
   kora::EntryWriter to_stream(mol2, "MOL2");
   to_stream.write(*entries.entry(0));
   to_stream.close();
-  EXPECT_EQ(mol2.str().rfind("@<TRIPOS>MOLECULE\nfirst\n", 0), 0u) << mol2.str();
+  EXPECT_EQ(mol2.str().rfind("@<TRIPOS>MOLECULE\nmol0\n", 0), 0u) << mol2.str();
 
   std::string const out = (scratch.path() / "out.sd").string();
   kora::EntryWriter to_file(out);
@@ -88,7 +79,7 @@ TEST(Facade, WritersTakeTheirFormatFromNameOrAlias) {
   to_file.write(*entries.entry(2));
   EXPECT_FALSE(std::filesystem::exists(out));  // written in place only by close()
   to_file.close();
-  EXPECT_EQ(kora::open(out).identifier(0).str(), "last");
+  EXPECT_EQ(kora::open(out).identifier(0).str(), "mol2");
   EXPECT_THROW(to_file.write(*entries.entry(0)), kora::output_error);
   EXPECT_THROW(kora::EntryWriter((scratch.path() / "out.xyz").string()), kora::unknown_format);
   EXPECT_THROW(kora::EntryWriter(mol2, "cif"), kora::unknown_format);
