@@ -4,12 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <future>
-#include <sstream>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "kora/formats.hpp"
 #include "sample_files.hpp"
@@ -18,24 +14,6 @@ namespace {
 
 using namespace kora;
 using namespace kora::test;
-
-// What the tests compare of an entry: its printed description (identifier, counts, cell),
-// then every atom of every molecule with its element, SYBYL type and coordinates.
-std::string describe(CrystalStructureDatabaseEntry const& entry) {
-  std::ostringstream text;
-  entry.print(text);
-  THandle<CrystalMaker> const maker = entry.crystal_maker();
-  for (int m = 0; m < maker->nmolecules(); ++m) {
-    THandle<Molecule> const molecule = maker->molecule(m);
-    for (int i = 0; i < molecule->natoms(); ++i) {
-      THandle<Atom> const atom = molecule->atom(i);
-      Point const p = atom->site()->orthogonal();
-      text << atom->label() << ' ' << atom->element().symbol() << ' '
-           << molecule->atom_sybyl_type(i) << format(" %.6f %.6f %.6f\n", p[0], p[1], p[2]);
-    }
-  }
-  return text.str();
-}
 
 // Finds the format through the registry, opens its own database over the file and reads
 // every entry `passes` times, forwards or backwards; the descriptions are listed in entry

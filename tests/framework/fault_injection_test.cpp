@@ -1,10 +1,9 @@
 // Databases whose file goes wrong: deleted, truncated, rewritten or replaced after it was
-// indexed, unreadable, a directory or a device instead of a file. Every entry read must end
+// indexed, a directory or a device instead of a file. Every entry read must end
 // in a database_error (or the reader's documented exception), never in a crash or in
 // whatever now stands at an entry's old position.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <stdexcept>
@@ -142,42 +141,17 @@ TEST_P(UnusableFile, DirectoryOrDeviceIsNeitherDatabaseNorFile) {
             "FlatFileDatabase: /dev/null is not a regular file");
 }
 
-TEST_P(UnusableFile, MissingOrUnreadableFileIsReportedByName) {
-  SampleFormat const& f = GetParam();
-  std::string const file = scratch_.write("sample." + f.extension, f.text());
-  THandle<EntryDatabase> const db = f.open(file);
-  bool const root = geteuid() == 0;  // permissions do not stop root from reading
-  if (!root) fs::permissions(file, fs::perms::none);
-  std::string const missing = (scratch_.path() / ("missing." + f.extension)).string();
-  for (std::string const& name : root ? std::vector{missing} : std::vector{missing, file}) {
-    std::string const message = thrown_message<std::runtime_error>([&] { f.open(name); });
-    EXPECT_NE(message.find("couldn't retrieve entry " + name), std::string::npos) << message;
-    EXPECT_EQ(thrown_message<std::runtime_error>([&] { f.file_object()->read(name); }),
-              "MoleculeFile::read: cannot open file " + name);
-  }
-  if (root) return;
-  // Indexed before it became unreadable: its entries cannot be opened.
-  EXPECT_EQ(entry_error(*db, 0), "FlatFileDatabase::entry(): couldn't open file");
-}
-
 INSTANTIATE_TEST_SUITE_P(Formats, UnusableFile, ::testing::ValuesIn(sample_formats()), format_name);
 
-// An empty file: each index says so in its own way; none yields an entry that reads.
+// An empty file: Mol2 and PDB list no entry; RES lists one, which cannot be read. (SD refuses
+// it: see SdIndex.Failures.)
 TEST(EmptyFileDatabase, EachFormatRefusesOrListsNothing) {
   ScratchFolder const scratch;
-  std::string const sd = scratch.write("empty.sdf", "");
-  EXPECT_EQ(thrown_message<std::runtime_error>([&] { SdDatabase db(sd); }),
-            "SDfileDatabase::SDfileDatabase(const std::string& filename): could not read data in "
-            "file.");
   EXPECT_EQ(Mol2Database(scratch.write("empty.mol2", "")).size(), 0);
   EXPECT_EQ(PdbDatabase(scratch.write("empty.pdb", "")).size(), 0);
-  // A RES file is one entry whatever it holds; reading it finds no cell.
   ResDatabase const res(scratch.write("empty.res", ""));
   ASSERT_EQ(res.size(), 1);
-  EXPECT_EQ(res.identifier(0).str(), "ENTRY0");
-  EXPECT_EQ(entry_error(res, 0),
-            "FlatFileDatabase::entry: couldn't retrieve entry 0\nThe error message was:\n\n"
-            "ResFile::read(): No unit cell found.");
+  EXPECT_NE(entry_error(res, 0).find("No unit cell found."), std::string::npos);
 }
 
 }  // namespace

@@ -119,9 +119,8 @@ TEST(FlatFileDatabaseTest, LargeFileIsCheckedAtBothEnds) {
 }
 
 // A saved index is used only for the bytes and the key it was made for; any other saved
-// file, damaged or foreign, is passed over and the file indexed afresh. The names tell which
-// happened: the saved index was made with verbatim identifiers, a fresh one has normalised
-// ones ("mol0__").
+// file, damaged or foreign, is passed over. The names tell which happened: the saved index
+// has verbatim identifiers, a fresh one normalised ones ("mol0__").
 TEST(FlatFileDatabaseTest, SavedIndexesAreUsedOnlyWhenTheyFit) {
   ScratchFolder const scratch;
   std::string const text = sd_entries(300);
@@ -149,20 +148,16 @@ TEST(FlatFileDatabaseTest, SavedIndexesAreUsedOnlyWhenTheyFit) {
   // The magic and the key padded to 8 bytes, then size, time, checksum and count.
   std::size_t const header = (8 + 4 + key.key.size() + 7) / 8 * 8 + 32;
   std::size_t const names = header + 300 * 16;
-  auto const with = [&](std::size_t at, std::string const& replacement, std::size_t length) {
-    std::string changed = bytes;
-    changed.replace(at, length, replacement);
-    return changed;
-  };
   std::pair<char const*, std::string> const damages[] = {
       {"cut short", bytes.substr(0, bytes.size() - 1)},
       {"a count far too large",
-       with(header - 8, std::string("\xff\xff\xff\xff\xff\xff\xff\x0f", 8), 8)},
-      {"a line break in a name", with(names + 1, "\n", 1)},
-      {"a start past the end", with(header + 8, std::string("\xff\xff\xff\x7f", 4), 4)},
-      {"a negative start", with(header + 15, "\x80", 1)},
-      {"names ending out of order", with(header + 300 * 8, std::string(8, '\xff'), 8)},
-      {"another checksum", with(header - 16, "\x01", 1)},
+       std::string(bytes).replace(header - 8, 8,
+                                  std::string("\xff\xff\xff\xff\xff\xff\xff\x0f", 8))},
+      {"a line break in a name", std::string(bytes).replace(names + 1, 1, "\n")},
+      {"a start past the end", std::string(bytes).replace(header + 8, 4, "\xff\xff\xff\x7f")},
+      {"a negative start", std::string(bytes).replace(header + 15, 1, "\x80")},
+      {"names ending out of order", std::string(bytes).replace(header + 300 * 8, 8, 8, '\xff')},
+      {"another checksum", std::string(bytes).replace(header - 16, 1, "\x01")},
       {"not an index", "mol0\n"},
   };
   for (auto const& [what, damaged] : damages) {
@@ -174,9 +169,7 @@ TEST(FlatFileDatabaseTest, SavedIndexesAreUsedOnlyWhenTheyFit) {
   std::ofstream(saved, std::ios::binary | std::ios::trunc) << bytes;
   EXPECT_EQ(first_name(key), "mol0");
   std::ofstream(path, std::ios::binary | std::ios::app) << sd_entries(1);
-  SdDatabase const appended(key, path);
-  EXPECT_EQ(appended.size(), 301);
-  EXPECT_EQ(appended.identifier(0).str(), "mol0__");
+  EXPECT_EQ(first_name(key), "mol0__");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -173,6 +174,24 @@ inline std::vector<SampleFormat> const& sample_formats() {
 
 inline std::string format_name(::testing::TestParamInfo<SampleFormat> const& info) {
   return info.param.name;
+}
+
+// What tests compare of an entry: its printed description (identifier, counts, cell),
+// then every atom of every molecule with its element, SYBYL type and coordinates.
+inline std::string describe(CrystalStructureDatabaseEntry const& entry) {
+  std::ostringstream text;
+  entry.print(text);
+  THandle<CrystalMaker> const maker = entry.crystal_maker();
+  for (int m = 0; m < maker->nmolecules(); ++m) {
+    THandle<Molecule> const molecule = maker->molecule(m);
+    for (int i = 0; i < molecule->natoms(); ++i) {
+      THandle<Atom> const atom = molecule->atom(i);
+      Point const p = atom->site()->orthogonal();
+      text << atom->label() << ' ' << atom->element().symbol() << ' '
+           << molecule->atom_sybyl_type(i) << format(" %.6f %.6f %.6f\n", p[0], p[1], p[2]);
+    }
+  }
+  return text.str();
 }
 
 // The message of the exception of class E that `call` throws; "(no error)" when it throws

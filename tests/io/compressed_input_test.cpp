@@ -18,17 +18,6 @@ using namespace kora::test;
 
 std::string const truncated = ": truncated gzip data: the file ends inside a compressed member";
 
-// What an entry is made of: its identifier, and its molecules' atom and bond counts.
-std::string summary(CrystalStructureDatabaseEntry const& entry) {
-  std::string text = entry.identifier().str() + ":";
-  THandle<CrystalMaker> const maker = entry.crystal_maker();
-  for (int m = 0; m < maker->nmolecules(); ++m) {
-    text += " " + std::to_string(maker->molecule(m)->natoms()) + "/" +
-            std::to_string(maker->molecule(m)->nbonds());
-  }
-  return text;
-}
-
 // Appends the lines of a file to `text`, as far as they read.
 void read_lines(std::string const& file, std::string& text) {
   InputFile in(file);
@@ -80,7 +69,7 @@ TEST_P(CompressedSample, ReadsTheEntriesOfThePlainFile) {
   for (int k = 1 - db->size(); k < db->size(); ++k) {
     int const i = k < 0 ? -k : k;
     EXPECT_EQ(index->position(i), plain_index->position(i));
-    EXPECT_EQ(summary(*db->entry(i)), summary(*expected->entry(i)));
+    EXPECT_EQ(describe(*db->entry(i)), describe(*expected->entry(i)));
   }
 
   // Identification looks at the text; the file object reads it by name.
@@ -93,7 +82,7 @@ TEST_P(CompressedSample, ReadsTheEntriesOfThePlainFile) {
   THandle<MoleculeFile> const plain_file = f.file_object();
   file->read(packed);
   plain_file->read(plain);
-  EXPECT_EQ(summary(*file->database_entry()), summary(*plain_file->database_entry()));
+  EXPECT_EQ(describe(*file->database_entry()), describe(*plain_file->database_entry()));
 
   // Every reader passes on the fault of a cut file, naming the file.
   std::string const cut = scratch.write("cut." + f.extension + ".gz",
