@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <iterator>
 
 #include "sample_files.hpp"
@@ -11,6 +12,7 @@ namespace {
 
 using namespace kora;
 using namespace kora::test;
+using namespace std::chrono_literals;
 
 int atoms(CrystalStructureDatabaseEntry const& entry) {
   return entry.crystal_maker()->molecule(0)->natoms();
@@ -33,12 +35,7 @@ TEST(FlatFileDatabaseTest, IndexesOnceAndReadsOnlyTheRequestedEntry) {
   EXPECT_EQ(atoms(*db.entry(0)), 3);
   // The entry returned earlier does not change when the shared file object reads again.
   EXPECT_EQ(atoms(*second), 4);
-  EXPECT_EQ(thrown_message<database_error>([&] { db.entry(2); })
-                .rfind("FlatFileDatabase::entry: couldn't retrieve entry 2\nThe error message "
-                       "was:\n\n",
-                       0),
-            0u);
-  for (int bad : {-1, 3})
+  for (int bad : {2, -1, 3})
     EXPECT_THROW(db.entry(bad), database_error) << bad;
 }
 
@@ -81,11 +78,10 @@ TEST(FlatFileDatabaseTest, EntriesAtOnePositionReadToTheEntrysRealEnd) {
   std::string const path = scratch.write("s.sdf", text);
   for (Case const& c : cases) {
     ListedDatabase const db(path, c.positions);
-    ASSERT_EQ(db.size(), static_cast<int>(c.atoms.size()));
-    for (int i = 0; i < db.size(); ++i) {
-      EXPECT_EQ(atoms(*db.entry(i)), c.atoms[static_cast<std::size_t>(i)])
-          << "entry " << i << " of " << ::testing::PrintToString(c.positions);
-    }
+    std::vector<int> read;
+    for (int i = 0; i < db.size(); ++i)
+      read.push_back(atoms(*db.entry(i)));
+    EXPECT_EQ(read, c.atoms) << ::testing::PrintToString(c.positions);
   }
   EXPECT_EQ(
       thrown_message<database_error>([&] {
@@ -94,8 +90,9 @@ TEST(FlatFileDatabaseTest, EntriesAtOnePositionReadToTheEntrysRealEnd) {
       "FlatFileDatabase: the index of " + path + " has a position before the start of the file");
 }
 
-// A file longer than the two blocks whose checksum is kept: appending reads on, a change in
-// the first or the last indexed block is refused.
+// A file longer than the two blocks whose checksum is kept: touching it or appending to it
+// (another process adding records) reads on, a change in the first or the last indexed block
+// is refused.
 TEST(FlatFileDatabaseTest, LargeFileIsCheckedAtBothEnds) {
   ScratchFolder const scratch;
   std::string const text = sd_entries(1000);
@@ -103,6 +100,8 @@ TEST(FlatFileDatabaseTest, LargeFileIsCheckedAtBothEnds) {
   std::string const path = scratch.write("s.sdf", text);
   for (std::size_t const at : {std::size_t(0), text.size() - 3}) {
     SdDatabase const db(path, FileFormat::verbatim_identifiers);
+    std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + 2s);
+    EXPECT_EQ(atoms(*db.entry(999)), 6);
     std::ofstream(path, std::ios::binary | std::ios::app) << sd_entries(1);
     EXPECT_EQ(atoms(*db.entry(1)), 4);
     EXPECT_EQ(atoms(*db.entry(999)), 6);

@@ -38,7 +38,6 @@ struct Packing {
 };
 std::vector<Packing> const packings = {
     {"gzip", gzip},
-    {"bgzf", [](std::string_view t) { return bgzf(t); }},
     {"bgzf_small_blocks", [](std::string_view t) { return bgzf(t, 100); }},
     // Two members, joined as `cat a.gz b.gz` joins them, split inside an entry.
     {"two_members",
