@@ -15,9 +15,8 @@ namespace {
 using namespace kora;
 using namespace kora::test;
 
-// Finds the format through the registry, opens its own database over the file and reads
-// every entry `passes` times, forwards or backwards; the descriptions are listed in entry
-// order for each pass.
+// Every entry read `passes` times, forwards or backwards, through a database of its own found
+// through the registry; listed in entry order for each pass.
 std::vector<std::string> read_all(SampleFormat const& f, std::string const& file, int passes,
                                   bool backwards) {
   FileFormat::OpenParameters const parameters{file, f.extension};

@@ -73,9 +73,8 @@ TEST_P(ChangedFile, DeletedFileCannotBeOpened) {
 
 TEST_P(ChangedFile, RewrittenIsRefused) {
   SampleFormat const& f = GetParam();
-  // Shorter (down to nothing): the entries after the cut are gone; the same length: other
-  // bytes in place; longer: the first or the last indexed bytes changed before more were
-  // written after them.
+  // Shorter (down to nothing), the same length with other bytes, or the first or the last
+  // indexed bytes changed before more were written after them.
   for (std::string const& text :
        {std::string(), f.text().substr(0, f.text().size() / 2), changed_sample(f, false),
         changed_sample(f, false) + f.text(), changed_sample(f, true) + f.text()}) {
@@ -117,16 +116,5 @@ TEST_P(UnusableFile, DirectoryOrDeviceIsNeitherDatabaseNorFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, UnusableFile, ::testing::ValuesIn(sample_formats()), format_name);
-
-// An empty file: Mol2 and PDB list no entry; RES lists one, which cannot be read. (SD refuses
-// it: see SdIndex.Failures.)
-TEST(EmptyFileDatabase, EachFormatRefusesOrListsNothing) {
-  ScratchFolder const scratch;
-  EXPECT_EQ(Mol2Database(scratch.write("empty.mol2", "")).size(), 0);
-  EXPECT_EQ(PdbDatabase(scratch.write("empty.pdb", "")).size(), 0);
-  ResDatabase const res(scratch.write("empty.res", ""));
-  ASSERT_EQ(res.size(), 1);
-  EXPECT_NE(entry_error(res, 0).find("No unit cell found."), std::string::npos);
-}
 
 }  // namespace

@@ -90,9 +90,8 @@ TEST(FlatFileDatabaseTest, EntriesAtOnePositionReadToTheEntrysRealEnd) {
       "FlatFileDatabase: the index of " + path + " has a position before the start of the file");
 }
 
-// A file longer than the two blocks whose checksum is kept: touching it or appending to it
-// (another process adding records) reads on, a change in the first or the last indexed block
-// is refused.
+// A file longer than the two blocks whose checksum is kept: touching or appending to it reads
+// on, a change in the first or the last indexed block is refused.
 TEST(FlatFileDatabaseTest, LargeFileIsCheckedAtBothEnds) {
   ScratchFolder const scratch;
   std::string const text = sd_entries(1000);

@@ -209,14 +209,11 @@ std::string thrown_message(Call call) {
 // Files and folders under a fresh scratch folder, removed with it.
 class ScratchFolder {
  public:
-  // Named after the test and the process: test programs running side by side never share one.
+  // Named by the process and a count: test programs running side by side never share one.
   ScratchFolder() {
-    ::testing::TestInfo const* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(test->test_suite_name()) + "." + test->name() + "." +
-                       std::to_string(::getpid());
-    for (char& c : name)
-      if (c == '/') c = '_';
-    path_ = std::filesystem::path(::testing::TempDir()) / ("kora_" + name);
+    static int made = 0;
+    path_ = std::filesystem::path(::testing::TempDir()) /
+            ("kora_" + std::to_string(::getpid()) + "_" + std::to_string(++made));
     std::filesystem::remove_all(path_);
     std::filesystem::create_directories(path_);
   }
