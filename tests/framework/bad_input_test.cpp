@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "sample_files.hpp"
 
 namespace {
@@ -75,10 +73,6 @@ auto with_line_ends(std::string const& end) {
 // The text up to `keep` characters into the line that begins with `line`.
 std::string cut_inside(std::string const& text, std::string const& line, std::size_t keep) {
   return text.substr(0, text.find(line) + keep);
-}
-
-TEST(BadInput, GoodSamplesReadWhole) {
-  EXPECT_EQ(outcomes(with_line_ends("\n")), whole);
 }
 
 std::string const no_mol2 =

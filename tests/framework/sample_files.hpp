@@ -37,8 +37,7 @@ using Mol2Database = FlatFileDatabase<CrystalStructureDatabaseEntry, Mol2Databas
 using PdbDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, PdbDatabaseReader, PdbFile>;
 using ResDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, ResDatabaseReader, ResFile>;
 
-// A chain of carbon atoms ending in an oxygen, 3 to 6 atoms long, shifted a little per entry
-// so that every entry has its own coordinates.
+// A chain of carbons ending in an oxygen, 3 to 6 atoms long, shifted a little per entry.
 inline int chain_length(int entry) {
   return 3 + entry % 4;
 }
@@ -128,8 +127,7 @@ inline std::string res_text() {
          "END\n";
 }
 
-// One format as the tests see it: a sample of `entries` entries, the database made of a file,
-// the identifier of entry i, the format's descriptor and an empty file object.
+// One format as tests see it: a sample, its databases, identifiers, descriptor and file object.
 struct SampleFormat {
   std::string name;
   std::string extension;
@@ -194,8 +192,7 @@ inline std::string describe(CrystalStructureDatabaseEntry const& entry) {
   return text.str();
 }
 
-// The message of the exception of class E that `call` throws; "(no error)" when it throws
-// none. Exceptions of other classes escape and fail the test.
+// The message of the E that `call` throws, "(no error)" if none; other exceptions escape.
 template <class E, class Call>
 std::string thrown_message(Call call) {
   try {

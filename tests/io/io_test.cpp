@@ -1,11 +1,7 @@
-// The facade: entries of any input (files, streams), one-line errors and writers. The
-// summaries are checked through the command line program (tests/cli), which prints them.
+// The facade: entries of any input (files, streams) and one-line errors. The summaries and
+// writers are checked through the command line program (tests/cli).
 
 #include <gtest/gtest.h>
-
-#include <filesystem>
-#include <sstream>
-#include <string>
 
 #include "../framework/sample_files.hpp"
 #include "kora/io.hpp"
@@ -41,18 +37,6 @@ TEST(Facade, FailuresNameTheInputInOneLine) {
   EXPECT_EQ(message.rfind(path + ":15: entry 1 (mol1): ", 0), 0u) << message;
   EXPECT_EQ(message.find('\n'), std::string::npos) << message;
 
-  // A PDB whose cell and space group disagree: the cause without the reader's own name.
-  std::string const pdb = scratch.write(
-      "bad.pdb",
-      "HEADER    VRX ENTRY  one\n"
-      "CRYST1   10.000   12.000   14.000  90.00  90.00  90.00 R 3           1\n"
-      "HETATM    1  C1  UNL A   1       0.000   0.000   0.000  1.00  0.00           C\n"
-      "END\n");
-  std::string const cause =
-      kora::test::thrown_message<std::exception>([&] { kora::open(pdb).entry(0); });
-  EXPECT_EQ(cause.find("::"), std::string::npos) << cause;
-  EXPECT_NE(cause.find("Space group and unit cell inconsistent"), std::string::npos) << cause;
-
   std::filesystem::create_directories(scratch.path() / "folder.sdf");
   std::pair<std::string, char const*> const cases[] = {
       {(scratch.path() / "none.sdf").string(), ": no such file"},
@@ -62,27 +46,6 @@ TEST(Facade, FailuresNameTheInputInOneLine) {
   for (auto const& [file, error] : cases) {
     EXPECT_EQ(kora::test::thrown_message<kora::io_error>([&] { kora::open(file); }), file + error);
   }
-}
-
-TEST(Facade, WritersTakeTheirFormatFromNameOrAlias) {
-  ScratchFolder const scratch;
-  kora::Entries const entries = kora::open(scratch.write("in.sdf", sd_text));
-  std::ostringstream mol2;
-  kora::EntryWriter to_stream(mol2, "MOL2");
-  to_stream.write(*entries.entry(0));
-  to_stream.close();
-  EXPECT_EQ(mol2.str().rfind("@<TRIPOS>MOLECULE\nmol0\n", 0), 0u) << mol2.str();
-
-  std::string const out = (scratch.path() / "out.sd").string();
-  kora::EntryWriter to_file(out);
-  EXPECT_EQ(to_file.format(), "sdf");
-  to_file.write(*entries.entry(2));
-  EXPECT_FALSE(std::filesystem::exists(out));  // written in place only by close()
-  to_file.close();
-  EXPECT_EQ(kora::open(out).identifier(0).str(), "mol2");
-  EXPECT_THROW(to_file.write(*entries.entry(0)), kora::output_error);
-  EXPECT_THROW(kora::EntryWriter((scratch.path() / "out.xyz").string()), kora::unknown_format);
-  EXPECT_THROW(kora::EntryWriter(mol2, "cif"), kora::unknown_format);
 }
 
 }  // namespace
