@@ -40,7 +40,6 @@ class ChangedFile : public ::testing::TestWithParam<SampleFormat> {
     SampleFormat const& f = GetParam();
     file_ = scratch_.write("sample." + f.extension, f.text());
     THandle<EntryDatabase> db = f.open(file_);
-    EXPECT_EQ(db->size(), f.entries);
     for (int i = 0; read_before && i < db->size(); ++i)
       EXPECT_EQ(entry_error(*db, i), "(no error)");
     return db;

@@ -25,11 +25,8 @@ std::string read_all(std::string const& file) {
   return text;
 }
 
-// The ways a text is stored compressed.
-struct Packing {
-  char const* name;
-  std::string (*pack)(std::string_view);
-};
+// The ways a text is stored compressed, by name.
+using Packing = std::pair<char const*, std::string (*)(std::string_view)>;
 std::vector<Packing> const packings = {
     {"gzip", gzip},
     {"bgzf_small_blocks", [](std::string_view t) { return bgzf(t, 100); }},
@@ -49,7 +46,7 @@ TEST_P(CompressedSample, ReadsTheEntriesOfThePlainFile) {
   ScratchFolder const scratch;
   std::string const text = f.text();
   std::string const plain = scratch.write("sample." + f.extension, text);
-  std::string const packed_bytes = packing.pack(text);
+  std::string const packed_bytes = packing.second(text);
   std::string const packed = scratch.write("sample." + f.extension + ".gz", packed_bytes);
   EXPECT_EQ(read_all(packed), text);
 
@@ -87,7 +84,8 @@ INSTANTIATE_TEST_SUITE_P(Formats, CompressedSample,
                          ::testing::Combine(::testing::ValuesIn(sample_formats()),
                                             ::testing::ValuesIn(packings)),
                          [](auto const& info) {
-                           return std::get<0>(info.param).name + "_" + std::get<1>(info.param).name;
+                           return std::get<0>(info.param).name + "_" +
+                                  std::get<1>(info.param).first;
                          });
 
 TEST(CompressedInput, FormatsAreRecognisedByTheirBytesNotTheirNames) {
@@ -99,6 +97,13 @@ TEST(CompressedInput, FormatsAreRecognisedByTheirBytesNotTheirNames) {
   EXPECT_FALSE(is_gzip_file(named));
   EXPECT_EQ(read_all(hidden), sd_entries(3));
   EXPECT_EQ(read_all(named), sd_entries(3));
+  // Positions are offsets in the text, also when counted from where the stream stands.
+  InputFile in(hidden);
+  in.seekg(300);
+  in.seekg(-20, std::ios::cur);
+  std::string piece(10, '\0');
+  in.read(piece.data(), 10);
+  EXPECT_EQ(piece, sd_entries(3).substr(280, 10));
   EXPECT_EQ(SdDatabase(hidden, FileFormat::verbatim_identifiers).size(), 3);
   // The format of a compressed file is that of the name under ".gz".
   std::pair<char const*, char const*> const extensions[] = {
