@@ -45,7 +45,6 @@ Outcomes outcomes(std::string const& mol2, std::string const& mol, std::string c
           outcome<ResFile>(res)};
 }
 
-// ... of their samples after `damage`.
 template <class Damage>
 Outcomes outcomes(Damage damage) {
   return outcomes(damage(mol2_sample), damage(mol_sample), damage(pdb_sample), damage(res_sample));

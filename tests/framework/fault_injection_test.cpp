@@ -111,6 +111,9 @@ TEST_P(UnusableFile, DirectoryOrDeviceIsNeitherDatabaseNorFile) {
   // Entries are found again by seeking, which a device cannot do.
   EXPECT_EQ(thrown_message<database_error>([&] { f.open("/dev/null"); }),
             "FlatFileDatabase: /dev/null is not a regular file");
+  // A missing file is no empty database.
+  std::string const missing = scratch_.path().string() + "/missing." + f.extension;
+  EXPECT_THROW(f.open(missing), std::runtime_error);
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, UnusableFile, ::testing::ValuesIn(sample_formats()), format_name);
