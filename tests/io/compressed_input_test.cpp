@@ -148,6 +148,7 @@ TEST(CompressedInput, RandomAccessInflatesAtMostOneCheckpointInterval) {
     detail::save_index(indexed, "key", index);
     detail::IndexedFile reopened(file);
     ASSERT_TRUE(detail::load_saved_index(reopened, "key").has_value()) << name;
+    EXPECT_TRUE(reopened.gzip_index()->complete()) << name;
     EXPECT_EQ(reopened.finish_indexing(), size);
     ASSERT_EQ(reopened.read(begin, end, entry), detail::IndexedFile::complete);
     EXPECT_EQ(entry, expected);
