@@ -1,7 +1,7 @@
 #pragma once
 
-// Small multi-entry files of every format, written by the tests themselves, with the
-// database each format makes of them, and scratch files that are removed afterwards.
+// Small multi-entry files of every format, the database each format makes of them, and
+// scratch files that are removed afterwards.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -37,15 +37,15 @@ using Mol2Database = FlatFileDatabase<CrystalStructureDatabaseEntry, Mol2Databas
 using PdbDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, PdbDatabaseReader, PdbFile>;
 using ResDatabase = FlatFileDatabase<CrystalStructureDatabaseEntry, ResDatabaseReader, ResFile>;
 
-// A chain of carbon atoms ending in an oxygen, 3 to 6 atoms long, shifted a little per entry
-// so that every entry has its own coordinates.
+// A chain of carbons ending in an oxygen, 3 to 6 atoms long, shifted a little per entry.
 inline int chain_length(int entry) {
   return 3 + entry % 4;
 }
 
-inline std::string format(char const* pattern, double a, double b, double c) {
-  char text[128];
-  std::snprintf(text, sizeof text, pattern, a, b, c);
+template <class... Values>
+std::string format(char const* pattern, Values... values) {
+  char text[160];
+  std::snprintf(text, sizeof text, pattern, values...);
   return text;
 }
 
@@ -53,17 +53,16 @@ inline std::string mol2_entries(int count) {
   std::string text;
   for (int e = 0; e < count; ++e) {
     int const n = chain_length(e);
-    text += "@<TRIPOS>MOLECULE\nmol" + std::to_string(e) + "\n" + std::to_string(n) + " " +
-            std::to_string(n - 1) + " 1\nSMALL\nNO_CHARGES\n\n@<TRIPOS>ATOM\n";
+    text += format("@<TRIPOS>MOLECULE\nmol%d\n%d %d 1\nSMALL\nNO_CHARGES\n\n@<TRIPOS>ATOM\n", e, n,
+                   n - 1);
     for (int a = 0; a < n; ++a) {
-      bool const oxygen = a == n - 1;
-      text += std::to_string(a + 1) + (oxygen ? " O" : " C") + std::to_string(a + 1) +
-              format(" %.4f %.4f %.4f", 1.5 * a + 0.01 * e, 0.1 * (a % 2), 0.001 * e) +
-              (oxygen ? " O.3" : " C.3") + " 1 RES1 0.0000\n";
+      char const* element = a == n - 1 ? "O" : "C";
+      text += format("%d %s%d %.4f %.4f %.4f %s.3 1 RES1 0.0000\n", a + 1, element, a + 1,
+                     1.5 * a + 0.01 * e, 0.1 * (a % 2), 0.001 * e, element);
     }
     text += "@<TRIPOS>BOND\n";
     for (int b = 1; b < n; ++b)
-      text += std::to_string(b) + " " + std::to_string(b) + " " + std::to_string(b + 1) + " 1\n";
+      text += format("%d %d %d 1\n", b, b, b + 1);
   }
   return text;
 }
@@ -72,43 +71,40 @@ inline std::string sd_entries(int count) {
   std::string text;
   for (int e = 0; e < count; ++e) {
     int const n = chain_length(e);
-    char counts[64];
-    std::snprintf(counts, sizeof counts, "%3d%3d  0  0  0  0  0  0  0  0999 V2000\n", n, n - 1);
-    text += "mol" + std::to_string(e) + "\n  kora    01012412003D\n\n" + counts;
+    text += format("mol%d\n  kora    01012412003D\n\n%3d%3d  0  0  0  0  0  0  0  0999 V2000\n", e,
+                   n, n - 1);
     for (int a = 0; a < n; ++a) {
-      text += format("%10.4f%10.4f%10.4f", 1.5 * a + 0.01 * e, 0.1 * (a % 2), 0.001 * e) +
-              (a == n - 1 ? " O " : " C ") + "  0  0  0  0  0  0  0  0  0  0  0  0\n";
+      text += format("%10.4f%10.4f%10.4f %s   0  0  0  0  0  0  0  0  0  0  0  0\n",
+                     1.5 * a + 0.01 * e, 0.1 * (a % 2), 0.001 * e, a == n - 1 ? "O" : "C");
     }
-    for (int b = 1; b < n; ++b) {
-      char bond[32];
-      std::snprintf(bond, sizeof bond, "%3d%3d  1  0\n", b, b + 1);
-      text += bond;
-    }
-    text += "M  END\n> <INDEX>\n" + std::to_string(e) + "\n\n$$$$\n";
+    for (int b = 1; b < n; ++b)
+      text += format("%3d%3d  1  0\n", b, b + 1);
+    text += format("M  END\n> <INDEX>\n%d\n\n$$$$\n", e);
   }
   return text;
 }
 
-// "E000" to "E999".
-inline std::string pdb_code(int entry) {
-  std::string const digits = std::to_string(1000 + entry % 1000);
-  return "E" + digits.substr(1);
+// The same with entry `broken`'s first bond naming an atom that does not exist.
+inline std::string sd_entries(int count, int broken) {
+  std::string text = sd_entries(count);
+  text.replace(text.find("  1  2  1  0", text.find(format("mol%d\n", broken))), 12, "  1 40  1  0");
+  return text;
 }
 
-// Entries named by the identifier code of columns 63-66 (pdb_code).
+inline std::string pdb_code(int entry) {
+  return format("E%03d", entry % 1000);
+}
+
 inline std::string pdb_entries(int count) {
   std::string text;
   for (int e = 0; e < count; ++e) {
-    text += "HEADER    TEST ENTRY" + std::string(30, ' ') + "01-JAN-24   " + pdb_code(e) + "\n";
+    text += format("HEADER    TEST ENTRY%30s01-JAN-24   %s\n", "", pdb_code(e).c_str());
     int const n = chain_length(e);
     for (int a = 0; a < n; ++a) {
       bool const oxygen = a == n - 1;
-      char line[96];
-      std::snprintf(line, sizeof line,
-                    "HETATM%5d  %-3s LIG A   1    %8.3f%8.3f%8.3f  1.00  0.00%12s\n", a + 1,
-                    (std::string(oxygen ? "O" : "C") + std::to_string(a + 1)).c_str(),
-                    1.5 * a + 0.01 * e, 0.1 * (a % 2), 0.001 * e, oxygen ? "O" : "C");
-      text += line;
+      text += format("HETATM%5d  %-3s LIG A   1    %8.3f%8.3f%8.3f  1.00  0.00%12s\n", a + 1,
+                     format(oxygen ? "O%d" : "C%d", a + 1).c_str(), 1.5 * a + 0.01 * e,
+                     0.1 * (a % 2), 0.001 * e, oxygen ? "O" : "C");
     }
     text += "END\n";
   }
@@ -131,9 +127,7 @@ inline std::string res_text() {
          "END\n";
 }
 
-// One format as the tests see it: a sample file of `entries` entries, the database made of
-// a file, the identifier the index gives entry i of the sample, the format's descriptor and
-// an empty file object.
+// One format as tests see it: a sample, its databases, identifiers, descriptor and file object.
 struct SampleFormat {
   std::string name;
   std::string extension;
@@ -145,70 +139,85 @@ struct SampleFormat {
   std::function<THandle<MoleculeFile>()> file_object;
 };
 
-inline std::vector<SampleFormat> const& sample_formats() {
-  static std::vector<SampleFormat> const formats = {
-      {"SD", "sdf", 12, [] { return sd_entries(12); },
-       [](std::string const& f) {
-         return THandle<EntryDatabase>(
-             make_handle<SdDatabase>(f, FileFormat::verbatim_identifiers));
-       },
-       [](int i) { return "mol" + std::to_string(i); },
-       [] {
-         return THandle<FileFormat>(
-             make_handle<MolFileFileFormat>(FileFormat::verbatim_identifiers));
-       },
-       [] { return THandle<MoleculeFile>(make_handle<MolFile>()); }},
-      {"Mol2", "mol2", 12, [] { return mol2_entries(12); },
-       [](std::string const& f) { return THandle<EntryDatabase>(make_handle<Mol2Database>(f)); },
-       [](int i) { return "mol" + std::to_string(i); },
-       [] { return THandle<FileFormat>(make_handle<Mol2FileFormat>()); },
-       [] { return THandle<MoleculeFile>(make_handle<Mol2File>()); }},
-      {"PDB", "pdb", 12, [] { return pdb_entries(12); },
-       [](std::string const& f) { return THandle<EntryDatabase>(make_handle<PdbDatabase>(f)); },
-       [](int i) { return pdb_code(i); },
-       [] { return THandle<FileFormat>(make_handle<PdbFileFormat>()); },
-       [] { return THandle<MoleculeFile>(make_handle<PdbFile>()); }},
-      {"RES", "res", 1, [] { return res_text(); },
-       [](std::string const& f) { return THandle<EntryDatabase>(make_handle<ResDatabase>(f)); },
-       [](int) { return std::string("methanol"); },
-       [] { return THandle<FileFormat>(make_handle<ResFileFormat>()); },
-       [] { return THandle<MoleculeFile>(make_handle<ResFile>()); }},
-  };
-  return formats;
+template <class Db, class Descriptor, class File, class... Arguments>
+SampleFormat sample_format(char const* name, char const* extension, int entries,
+                           std::string (*text)(int), std::function<std::string(int)> identifier,
+                           Arguments... arguments) {
+  return {name,
+          extension,
+          entries,
+          [=] { return text(entries); },
+          [=](std::string const& f) {
+            return THandle<EntryDatabase>(make_handle<Db>(f, arguments...));
+          },
+          std::move(identifier),
+          [=] { return THandle<FileFormat>(make_handle<Descriptor>(arguments...)); },
+          [] { return THandle<MoleculeFile>(make_handle<File>()); }};
 }
 
-// gtest names a parameter by its format.
-inline void PrintTo(SampleFormat const& f, std::ostream* os) {
-  *os << f.name;
+inline std::vector<SampleFormat> const& sample_formats() {
+  auto const mol_name = [](int i) { return "mol" + std::to_string(i); };
+  static std::vector<SampleFormat> const formats = {
+      sample_format<SdDatabase, MolFileFileFormat, MolFile>("SD", "sdf", 12, sd_entries, mol_name,
+                                                            FileFormat::verbatim_identifiers),
+      sample_format<Mol2Database, Mol2FileFormat, Mol2File>("Mol2", "mol2", 12, mol2_entries,
+                                                            mol_name),
+      sample_format<PdbDatabase, PdbFileFormat, PdbFile>("PDB", "pdb", 12, pdb_entries, pdb_code),
+      sample_format<ResDatabase, ResFileFormat, ResFile>(
+          "RES", "res", 1, [](int) { return res_text(); },
+          [](int) { return std::string("methanol"); }),
+  };
+  return formats;
 }
 
 inline std::string format_name(::testing::TestParamInfo<SampleFormat> const& info) {
   return info.param.name;
 }
 
+// What tests compare of an entry: its printed description (identifier, counts, cell),
+// then every atom of every molecule with its element, SYBYL type and coordinates.
+inline std::string describe(CrystalStructureDatabaseEntry const& entry) {
+  std::ostringstream text;
+  entry.print(text);
+  THandle<CrystalMaker> const maker = entry.crystal_maker();
+  for (int m = 0; m < maker->nmolecules(); ++m) {
+    THandle<Molecule> const molecule = maker->molecule(m);
+    for (int i = 0; i < molecule->natoms(); ++i) {
+      THandle<Atom> const atom = molecule->atom(i);
+      Point const p = atom->site()->orthogonal();
+      text << atom->label() << ' ' << atom->element().symbol() << ' '
+           << molecule->atom_sybyl_type(i) << format(" %.6f %.6f %.6f\n", p[0], p[1], p[2]);
+    }
+  }
+  return text.str();
+}
+
+// The message of the E that `call` throws, "(no error)" if none; other exceptions escape.
+template <class E, class Call>
+std::string thrown_message(Call call) {
+  try {
+    call();
+  } catch (E const& e) {
+    return e.what();
+  }
+  return "(no error)";
+}
+
 // Files and folders under a fresh scratch folder, removed with it.
 class ScratchFolder {
  public:
-  // Named after the test and the process, so that test programs running side by side (two
-  // build folders, ctest -j) never share one.
+  // Named by the process and a count: test programs running side by side never share one.
   ScratchFolder() {
-    ::testing::TestInfo const* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(test->test_suite_name()) + "." + test->name() + "." +
-                       std::to_string(::getpid());
-    for (char& c : name)
-      if (c == '/') c = '_';
-    path_ = std::filesystem::path(::testing::TempDir()) / ("kora_" + name);
+    static int made = 0;
+    path_ = std::filesystem::path(::testing::TempDir()) /
+            ("kora_" + std::to_string(::getpid()) + "_" + std::to_string(++made));
     std::filesystem::remove_all(path_);
     std::filesystem::create_directories(path_);
   }
   ~ScratchFolder() {
     std::error_code ec;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ec);
     std::filesystem::remove_all(path_, ec);
   }
-  ScratchFolder(ScratchFolder const&) = delete;
-  ScratchFolder& operator=(ScratchFolder const&) = delete;
 
   std::string write(std::string const& name, std::string const& text) const {
     std::string const file = (path_ / name).string();

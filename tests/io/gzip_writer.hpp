@@ -1,7 +1,6 @@
 #pragma once
 
-// Writing gzip and BGZF data with zlib, for the tests, the fuzz harness and the benchmark
-// that read them.
+// Writing gzip and BGZF data with zlib, for the tests, fuzzers and benchmarks that read them.
 
 #include <zlib.h>
 
