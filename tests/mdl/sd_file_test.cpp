@@ -45,7 +45,7 @@ THandle<Molecule> chain(int atoms) {
 }
 
 // Adding a model merges its molecules into the record's molecule, takes the entry's name and
-// resets the version and dimension; a crystal is refused and the record kept.
+// resets the version and dimension.
 TEST(MolConversion, AddedModelsAreMerged) {
   MolFile file;
   EXPECT_EQ(file.molecule()->natoms(), 0);
@@ -62,9 +62,6 @@ TEST(MolConversion, AddedModelsAreMerged) {
   file.add(CrystalStructureImmediateDatabaseEntry(
       DatabaseEntryIdentifier("E1"), make_handle<CrystalMaker>(cell, list, nullptr, nullptr)));
   EXPECT_EQ(file.crystal()->nmolecules(), 3);
-  EXPECT_EQ(message_of<std::runtime_error>(
-                [&] { file.add(Crystal(Cell(), nullptr), DatabaseEntryIdentifier("lost")); }),
-            "MolFile::add(const Crystal& c) is not yet implemented");
   EXPECT_EQ(file.molecule_name(), "E1");
 }
 

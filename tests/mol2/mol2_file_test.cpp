@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "kora/formats.hpp"
 #include "kora/framework/flat_file_database.hpp"
 #include "kora/mol2/mol2_database_reader.hpp"
 #include "kora/mol2/mol2_file.hpp"
@@ -112,13 +111,6 @@ TEST(Mol2Database, IndexesEntriesAndGeneratedIdentifiers) {
             "ethanol|ENTRY3|ABCDEF01 extra words");  // a 20-character name is not a code
   EXPECT_EQ(positions[0], std::streampos(18));
   EXPECT_EQ(reader.generated(), (std::vector<bool>{false, false, false, false}));
-  // A name that begins with a code, in a file written by this program: generated.
-  ScratchFile const coded(
-      "@<TRIPOS>MOLECULE\nABCDEF01\n1\nSMALL\nNO_CHARGES\n****\nGenerated from the VRX\n", ".mol2");
-  Mol2DatabaseReader const generated(coded.path());
-  generated.parse(ids, positions);
-  EXPECT_EQ(generated.generated(), (std::vector<bool>{true}));
-  EXPECT_EQ(generated.set_entry_identifier(0, "ABCDEF01 and more").str(), "ABCDEF01");
 }
 
 std::string one_atom_entry(std::string const& name, char const* element) {
@@ -153,7 +145,6 @@ TEST(Mol2Database, FormatIdentifiesAndOpensDatabases) {
   auto const db = format.make_database(parameters);
   ASSERT_EQ(db->size(), 2);
   EXPECT_EQ(db->entry(DatabaseEntryIdentifier("water"))->crystal_maker()->molecule(0)->natoms(), 3);
-  EXPECT_EQ(find_file_format(parameters)->name(), "Mol2 file");
   ScratchFile const other("HEADER    not a mol2 file\n", ".mol2");
   EXPECT_FALSE(format.make_database({other.path(), "mol2"}));
   EXPECT_FALSE(format.make_molecule_file({other.path(), "mol2"}));

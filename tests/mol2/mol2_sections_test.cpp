@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "kora/mol2/mol2_atom.hpp"
 #include "kora/mol2/mol2_bond.hpp"

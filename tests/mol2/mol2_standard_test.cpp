@@ -1,9 +1,6 @@
-// Standard Mol2 reading and writing. Reading: elements of atoms typed by force fields other
-// than SYBYL (GAFF, AMBER, CHARMM, GLYCAM, OPLS), sections whose counts are wrong, partial and
-// formal charges, and identifiers of names too long to be identifiers. Writing: what the model
-// holds is written so that kora (and other readers) read it back: bond orders, charges,
-// deuterium, residues and substructures, crystal data only where there is some, and entries
-// without atoms.
+// Standard Mol2 reading: elements of atoms typed by force fields other than SYBYL, sections
+// whose counts are wrong. Standard writing, read back: bond orders and atom types, charges,
+// deuterium, residues and substructures, and crystal data only where there is some.
 
 #include <gtest/gtest.h>
 
