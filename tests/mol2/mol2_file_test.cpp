@@ -79,8 +79,9 @@ TEST(Mol2File, ErrorsAndMissingData) {
 
 TEST(Mol2File, AddingStructuresWritesSubstructuresAndCrystalRecords) {
   THandle<CrystalMaker> const maker = read_mol2(two_molecules).crystal_maker();
-  auto molecules =
-      make_handle<MoleculeList>(MoleculeList{maker->molecule(0), read_mol2(water).molecule()});
+  THandle<Molecule> const charged = read_mol2(water).molecule();
+  charged->atom(0)->set_formal_charge(-1);
+  auto molecules = make_handle<MoleculeList>(MoleculeList{maker->molecule(0), charged});
   Mol2File written;
   written.add(CrystalMaker(maker->cell(), molecules, {}, {}), DatabaseEntryIdentifier("ABCDEF"));
   EXPECT_EQ(written.substructure(), "     1 RES1       1\n     2 RES2       4");
@@ -90,10 +91,12 @@ TEST(Mol2File, AddingStructuresWritesSubstructuresAndCrystalRecords) {
   EXPECT_EQ(written.bond_section()->lines()[3]->target(), 6);
   EXPECT_EQ(written.crystal_record()->spacegroup_number(), 19);
   EXPECT_EQ(written.molecule_record()->status_text(), "****\nGenerated from the VRX\n");
+  EXPECT_EQ(written.molecule_record()->charge_type(), "USER_CHARGES");  // a formal charge
   Mol2File from_molecule;
-  from_molecule.add(*maker->molecule(0), DatabaseEntryIdentifier("ethanol"));
+  from_molecule.add(*charged, DatabaseEntryIdentifier("water"));
   EXPECT_FALSE(from_molecule.crystal_record());
-  EXPECT_EQ(from_molecule.atom_section()->lines()[2]->type(), "O.3");
+  EXPECT_EQ(from_molecule.atom_section()->lines()[2]->type(), "H");
+  EXPECT_EQ(from_molecule.molecule_record()->charge_type(), "USER_CHARGES");
 }
 
 TEST(Mol2Database, IndexesEntriesAndGeneratedIdentifiers) {
