@@ -164,19 +164,20 @@ INSTANTIATE_TEST_SUITE_P(
                     // An element the SYBYL types lack keeps its bond order.
                     BondCase{double_bond, "Ru", "2"}, BondCase{single_bond, "", "1"}));
 
-// Acetamide without hydrogens, C-C(=O)-N, and a deuterium atom as a second molecule.
+// Acetamide without hydrogens, C-C(=O)-N, and a deuterium atom as a second molecule, in an
+// entry whose name has a blank.
 TEST(Mol2Standard, AmideBondIsAmAndAtomTypesComeFromTheSource) {
   auto const molecule =
-      molecule_of({make_atom("C", "C1", 0), make_atom("C", "C2", 1.5),
-                   make_atom("O", "O3", 2.1, 1.0), make_atom("N", "N4", 2.2, -1.2)},
+      molecule_of({make_atom("C", "C 1", 0), make_atom("C", "C2", 1.5),
+                   make_atom("O", "O3", 2.1, 1.0), make_atom("N", "", 2.2, -1.2)},
                   {{0, 1, single_bond}, {1, 2, double_bond}, {1, 3, single_bond}});
   // A valid SYBYL type of the source wins over the typer; an invalid one (GAFF "c3") or one
   // of another element does not.
   molecule->atom(0)->mutable_details()->atom_type = "c3";
   molecule->atom(1)->mutable_details()->atom_type = "C.cat";
   molecule->atom(2)->mutable_details()->atom_type = "N.3";
-  std::string const text =
-      write_standard(maker_of({molecule, molecule_of({make_atom("D", "D5", -0.00001, 0, 5)})}));
+  std::string const text = write_standard(
+      maker_of({molecule, molecule_of({make_atom("D", "D5", -0.00001, 0, 5)})}), "two words");
   std::vector<std::string> types;
   for (std::string const& line : section(text, "ATOM"))
     types.push_back(words(line).at(5));
@@ -185,9 +186,13 @@ TEST(Mol2Standard, AmideBondIsAmAndAtomTypesComeFromTheSource) {
   EXPECT_EQ(section(text, "ATOM").at(4),
             "      5 D5           0.0000     0.0000     5.0000 D            2 RES2         0.0000");
   EXPECT_EQ(words(section(text, "BOND").at(2)).at(3), "am");
-  THandle<Molecule> const back = read_standard(text).molecule();
+  Mol2File const file = read_standard(text);
+  THandle<Molecule> const back = file.molecule();
   EXPECT_EQ(back->bond(2)->type(), single_bond);
   EXPECT_EQ(symbols(*back), (std::vector<std::string>{"C", "C", "O", "N", "D"}));
+  // Blanks in a name, or an empty name, would shift every later field.
+  EXPECT_EQ(back->atom(0)->label() + ' ' + back->atom(3)->label() + ' ' + file.molecule_name(),
+            "C_1 N4 two words");
 }
 
 constexpr char const* charged_source =
@@ -239,20 +244,6 @@ TEST(Mol2Standard, ChargeTypeLine) {
     EXPECT_EQ(back.has_partial_charge, partial) << type;
     EXPECT_DOUBLE_EQ(back.has_partial_charge ? back.partial_charge : 0.25, 0.25) << type;
   }
-}
-
-// Names with blanks, empty names and wide values stay separate fields.
-TEST(Mol2Standard, WideValuesAndOddNamesStaySeparateFields) {
-  auto const molecule =
-      molecule_of({make_atom("C", "C 1", -12345.6789, 99999.9999), make_atom("O", "", 0)});
-  molecule->atom(0)->mutable_details()->has_partial_charge = true;
-  molecule->atom(0)->mutable_details()->partial_charge = -10.12345;
-  Mol2File const back = read_standard(write_standard(maker_of({molecule}), "two words"));
-  THandle<Molecule> const m = back.molecule();
-  EXPECT_EQ(m->atom(0)->label() + ' ' + m->atom(1)->label() + ' ' + back.molecule_name(),
-            "C_1 O2 two words");
-  EXPECT_EQ(m->atom(0)->site()->orthogonal(), Point(-12345.6789, 99999.9999, 0));
-  EXPECT_NEAR(m->atom(0)->details()->partial_charge, -10.1235, 1e-9);
 }
 
 // Residues told apart by number, insertion code and chain, the water a molecule of its own.
@@ -319,36 +310,31 @@ TEST(Mol2Standard, Mol2SubstructuresKeepTheirIdsAndNames) {
   EXPECT_NE(out.str().find("\nPROTEIN\nNO_CHARGES\n"), std::string::npos);
 }
 
-// A CRYSIN record only for a cell the source had that is not the placeholder unit cube; a
-// BOND section even without bonds (some readers drop the entry otherwise).
+// A CRYSIN record only for a cell the source had that is not the placeholder unit cube, and
+// only where it states the cell's own group; a BOND section even without bonds (some readers
+// drop the entry otherwise).
 TEST(Mol2Standard, CrystalRecordOnlyWithCrystalData) {
+  auto const molecule = molecule_of({make_atom("O", "O1", 1)});
+  std::string const cube = write_standard(maker_of({molecule}, Cell(), true));
+  EXPECT_NE(cube.find("@<TRIPOS>BOND\n"), std::string::npos);
+  EXPECT_EQ(cube.find("CRYSIN"), std::string::npos);
   Cell const p21c(5, 6, 7, Angle::from_degrees(90), Angle::from_degrees(101.5),
                   Angle::from_degrees(90), Spacegroup("P 1 21/c 1"));
-  std::tuple<Cell, bool, char const*> const cases[] = {
-      {Cell(), true, ""},
-      {p21c, false, ""},
-      {p21c, true, "5.0000 6.0000 7.0000 90.0000 101.5000 90.0000 14 1"}};
-  for (auto const& [cell, has_cell, crysin] : cases) {
-    std::string const text =
-        write_standard(maker_of({molecule_of({make_atom("O", "O1", 1)})}, cell, has_cell));
-    EXPECT_NE(text.find("@<TRIPOS>BOND\n"), std::string::npos) << text;
-    EXPECT_EQ(squeezed(section(text, "CRYSIN")),
-              *crysin ? std::vector<std::string>{crysin} : std::vector<std::string>{});
-    EXPECT_EQ(read_standard(text).crystal_maker()->details().has_cell, *crysin != '\0');
-  }
-}
-
-TEST(Mol2Standard, CrystalRecordNeverStatesAnotherSpaceGroup) {
-  auto const molecule = molecule_of({make_atom("O", "O1", 1)});
+  EXPECT_EQ(write_standard(maker_of({molecule}, p21c, false)).find("CRYSIN"), std::string::npos);
+  std::string const text = write_standard(maker_of({molecule}, p21c, true));
+  EXPECT_EQ(squeezed(section(text, "CRYSIN")),
+            std::vector<std::string>{"5.0000 6.0000 7.0000 90.0000 101.5000 90.0000 14 1"});
+  EXPECT_TRUE(read_standard(text).crystal_maker()->details().has_cell);
+  EXPECT_FALSE(read_standard(cube).crystal_maker()->details().has_cell);
   int written = 0;
   for (std::string const& setting : Spacegroup::tabulated_settings()) {
     Spacegroup const group(setting);
     Cell const cell(7, 8, 9, Angle::from_degrees(90), Angle::from_degrees(90),
                     Angle::from_degrees(90), group);
-    std::string const text = write_standard(maker_of({molecule}, cell, true));
-    if (text.find("@<TRIPOS>CRYSIN") == std::string::npos) continue;
+    std::string const with_group = write_standard(maker_of({molecule}, cell, true));
+    if (with_group.find("@<TRIPOS>CRYSIN") == std::string::npos) continue;
     ++written;
-    EXPECT_TRUE(read_standard(text).cell()->spacegroup() == group) << setting;
+    EXPECT_TRUE(read_standard(with_group).cell()->spacegroup() == group) << setting;
   }
   EXPECT_GT(written, 300);
 }
