@@ -15,7 +15,6 @@ namespace {
 
 using kora::Angle;
 using kora::Atom;
-using kora::AtomicDisplacementParameters;
 using kora::BondDetector;
 using kora::BondDistanceLimit;
 using kora::Cell;
@@ -168,89 +167,72 @@ TEST(BondDetectorHydrogens, KeepOnlyTheNearestPartner) {
   EXPECT_EQ(pairs(pruning, atoms), (Pairs{{0, 1}, {3, 4}, {3, 6}, {7, 8}, {9, 10}, {12, 13}}));
 }
 
+// Each atom lands in one molecule, and with every bond found inside molecules, none joins two
+// of them. A cell is ignored in molecular mode, and crystal mode falls back to it with a cell it
+// cannot use.
 TEST(BondDetectorMolecules, MolecularModeGivesConnectedComponents) {
-  for (unsigned seed = 1; seed <= 3; ++seed) {
-    auto atoms = cloud(seed, 400, 20.0);
-    // A cell is ignored in molecular mode. Each atom lands in one molecule, and with every
-    // bond found inside molecules, none joins two of them.
-    auto const molecules = plain.molecules(atoms, make_cell(3, 3, 3, 90, 90, 90, "P-1"));
-    std::set<Atom const*> seen;
-    std::size_t bonds = 0;
-    for (auto const& m : *molecules) {
-      expect_bonds_follow_geometry(*m);
-      for (auto const& a : m->atoms())
-        EXPECT_TRUE(seen.insert(a.get()).second);
-      bonds += std::size_t(m->nbonds());
-    }
-    EXPECT_EQ(seen.size(), atoms.size());
-    EXPECT_EQ(bonds, brute_force(atoms, 0.55, false).size());
-    EXPECT_LT(molecules->size(), atoms.size());
+  auto atoms = cloud(7, 400, 20.0);
+  auto const molecules = plain.molecules(atoms, make_cell(3, 3, 3, 90, 90, 90, "P-1"));
+  std::set<Atom const*> seen;
+  std::size_t bonds = 0;
+  for (auto const& m : *molecules) {
+    expect_bonds_follow_geometry(*m);
+    for (auto const& a : m->atoms())
+      EXPECT_TRUE(seen.insert(a.get()).second);
+    bonds += std::size_t(m->nbonds());
   }
+  EXPECT_EQ(seen.size(), atoms.size());
+  EXPECT_EQ(bonds, brute_force(atoms, 0.55, false).size());
+  EXPECT_LT(molecules->size(), atoms.size());
+  Cell const invalid(0, 1, 1, Angle::from_degrees(90), Angle::from_degrees(90),
+                     Angle::from_degrees(90));
+  EXPECT_EQ(crystal.molecules(atoms, invalid)->size(), molecules->size());
+  // Narrower than a bond many times over: every atom would bond to its own translations.
+  auto const narrow = make_cell(0.2, 0.2, 0.2, 90, 90, 90, "P1");
+  EXPECT_EQ(crystal.molecules(atoms, narrow)->size(), molecules->size());
+  // A fourfold axis without its square: products of operators would leave the list.
+  auto const operators = kora::make_handle<std::vector<kora::CrystalSymmetryOperator>>(
+      std::vector<kora::CrystalSymmetryOperator>{kora::CrystalSymmetryTransformation("x,y,z"),
+                                                 kora::CrystalSymmetryTransformation("-y,x,z")});
+  Cell const open(10, 10, 10, Angle::from_degrees(90), Angle::from_degrees(90),
+                  Angle::from_degrees(90), Spacegroup(operators, 75, "P4 incomplete"));
+  EXPECT_EQ(crystal.molecules(atoms, open)->size(), molecules->size());
 }
 
-// A four-carbon chain A-B-B'-A' about an inversion centre, given as A and B.
-std::vector<THandle<Atom>> half_chain(Cell const& cell, Point const& centre) {
-  Point const b = cell.fractional({0.75, 0, 0}), a = cell.fractional({1.2, 1.3, 0});
-  return {atom(cell, "C", Point(centre + a), "C1"), atom(cell, "C", Point(centre + b), "C2")};
+std::vector<THandle<Atom>> atoms_of(Molecule const& m) {
+  return {m.atoms().begin(), m.atoms().end()};
 }
 
-void expect_whole_chain(Cell const& cell, Point const& centre, char const* name) {
-  SCOPED_TRACE(name);
-  auto atoms = half_chain(cell, centre);
-  auto const sites = std::vector{atoms[0]->site(), atoms[1]->site()};
-  auto const molecules = crystal.molecules(atoms, cell);
-  ASSERT_EQ(molecules->size(), 1u);
-  Molecule const& m = *molecules->front();
-  ASSERT_EQ(m.natoms(), 4);
-  EXPECT_EQ(m.nbonds(), 3);
-  // The given atoms first, untouched; then their images through the centre.
-  EXPECT_EQ(m.atom(0), atoms[0]);
-  EXPECT_EQ(m.atom(1), atoms[1]);
-  EXPECT_EQ(atoms[0]->site(), sites[0]);
-  EXPECT_EQ(atoms[1]->site(), sites[1]);
-  for (int i = 2; i < 4; ++i) {
-    Point const image = m.atom(i)->site()->fractional();
-    auto const& original = *atoms[std::size_t(3 - i)];
-    EXPECT_EQ(m.atom(i)->label(), original.label());
-    EXPECT_LT(kora::norm(image + original.site()->fractional() - centre - centre), 1e-9);
-    EXPECT_LT(kora::norm(m.atom(i)->site()->orthogonal() - cell.orthogonal(image)), 1e-9);
-  }
-  expect_bonds_follow_geometry(m);
-}
-
+// A four-carbon chain A-B-B'-A' about an inversion centre, given as A and B, comes out whole:
+// the given atoms first, untouched, then their images through the centre.
 TEST(BondDetectorCrystal, CentrosymmetricMoleculesComeOutWhole) {
-  expect_whole_chain(make_cell(9, 10, 11, 80, 95, 100, "P-1"), {0, 0, 0}, "P-1 origin");
-  expect_whole_chain(make_cell(9, 10, 11, 80, 95, 100, "P-1"), {0.5, 0.5, 0}, "P-1 edge");
-  expect_whole_chain(make_cell(8, 9, 10, 90, 100, 90, "P21/c"), {0, 0, 0}, "P21/c origin");
-  expect_whole_chain(make_cell(8, 9, 10, 90, 100, 90, "P21/c"), {0.5, 0, 0.5}, "P21/c (1/2,0,1/2)");
-}
-
-TEST(BondDetectorCrystal, GeneralPositionsAndRedundantAtomsAddNothing) {
-  Cell const cell = make_cell(8, 9, 10, 90, 100, 90, "P21/c");
-  Point const centre(0.27, 0.31, 0.22);
-  auto atoms = half_chain(cell, centre);
-  // The rest of the chain as given atoms: a whole molecule on a general position.
-  Point const image0 = Point(centre + centre - atoms[0]->site()->fractional());
-  Point const image1 = Point(centre + centre - atoms[1]->site()->fractional());
-  atoms.push_back(atom(cell, "C", image1, "C3"));
-  atoms.push_back(atom(cell, "C", image0, "C4"));
-  auto molecules = crystal.molecules(atoms, cell);
-  ASSERT_EQ(molecules->size(), 1u);
-  EXPECT_EQ(std::vector(molecules->front()->atoms().begin(), molecules->front()->atoms().end()),
-            atoms);
-  EXPECT_EQ(molecules->front()->nbonds(), 3);
-
-  // A whole centrosymmetric molecule given in P-1: its second half are symmetry copies of the
-  // first, and no atom is added.
-  Cell const triclinic = make_cell(9, 10, 11, 80, 95, 100, "P-1");
-  auto whole = half_chain(triclinic, {0, 0, 0});
-  whole.push_back(atom(triclinic, "C", Point(-whole[1]->site()->fractional()), "C2'"));
-  whole.push_back(atom(triclinic, "C", Point(-whole[0]->site()->fractional()), "C1'"));
-  molecules = crystal.molecules(whole, triclinic);
-  ASSERT_EQ(molecules->size(), 1u);
-  EXPECT_EQ(std::vector(molecules->front()->atoms().begin(), molecules->front()->atoms().end()),
-            whole);
-  expect_bonds_follow_geometry(*molecules->front());
+  Cell const p_1 = make_cell(9, 10, 11, 80, 95, 100, "P-1");
+  Cell const p21c = make_cell(8, 9, 10, 90, 100, 90, "P21/c");
+  for (auto const& [cell, centre] : {std::pair{p_1, Point(0, 0, 0)},
+                                     {p_1, Point(0.5, 0.5, 0)},
+                                     {p21c, Point(0, 0, 0)},
+                                     {p21c, Point(0.5, 0, 0.5)}}) {
+    SCOPED_TRACE(cell.spacegroup().symbol() + " " + std::to_string(centre.x()));
+    Point const a = cell.fractional({1.2, 1.3, 0}), b = cell.fractional({0.75, 0, 0});
+    std::vector<THandle<Atom>> atoms{atom(cell, "C", Point(centre + a), "C1"),
+                                     atom(cell, "C", Point(centre + b), "C2")};
+    auto const sites = std::vector{atoms[0]->site(), atoms[1]->site()};
+    auto const molecules = crystal.molecules(atoms, cell);
+    ASSERT_EQ(molecules->size(), 1u);
+    Molecule const& m = *molecules->front();
+    ASSERT_EQ(m.natoms(), 4);
+    EXPECT_EQ(m.nbonds(), 3);
+    EXPECT_TRUE(m.atom(0) == atoms[0] && m.atom(1) == atoms[1]);
+    EXPECT_TRUE(atoms[0]->site() == sites[0] && atoms[1]->site() == sites[1]);
+    for (int i = 2; i < 4; ++i) {
+      Point const image = m.atom(i)->site()->fractional();
+      auto const& original = *atoms[std::size_t(3 - i)];
+      EXPECT_EQ(m.atom(i)->label(), original.label());
+      EXPECT_LT(kora::norm(image + original.site()->fractional() - centre - centre), 1e-9);
+      EXPECT_LT(kora::norm(m.atom(i)->site()->orthogonal() - cell.orthogonal(image)), 1e-9);
+    }
+    expect_bonds_follow_geometry(m);
+  }
 }
 
 TEST(BondDetectorCrystal, AtomOnSpecialPositionAndAcrossCellEdges) {
@@ -259,8 +241,7 @@ TEST(BondDetectorCrystal, AtomOnSpecialPositionAndAcrossCellEdges) {
   std::vector<THandle<Atom>> atoms{atom(cell, "O", {0, 0, 0}), atom(cell, "C", {0.14, 0, 0})};
   auto molecules = crystal.molecules(atoms, cell);
   ASSERT_EQ(molecules->size(), 1u);
-  EXPECT_EQ(molecules->front()->natoms(), 3);
-  EXPECT_EQ(molecules->front()->nbonds(), 2);
+  EXPECT_TRUE(molecules->front()->natoms() == 3 && molecules->front()->nbonds() == 2);
   // A split site of a disordered oxygen 0.004 angstroms off the centre is an atom of its
   // own, not a copy of the first through the inversion.
   atoms.push_back(atom(cell, "O", {0.0004, 0, 0}));
@@ -280,11 +261,8 @@ TEST(BondDetectorCrystal, AtomOnSpecialPositionAndAcrossCellEdges) {
   ASSERT_EQ(molecules->size(), 1u);
   Molecule const& m = *molecules->front();
   ASSERT_EQ(m.natoms(), 3);
-  EXPECT_EQ(m.atom(0), atoms[1]);
-  EXPECT_EQ(m.atom(1), atoms[2]);
-  EXPECT_EQ(m.atom(0)->site(), sites[0]);
-  EXPECT_EQ(m.atom(1)->site(), sites[1]);
-  EXPECT_EQ(m.atom(2)->label(), "C1");
+  EXPECT_TRUE(m.atom(0) == atoms[1] && m.atom(1) == atoms[2] && m.atom(2)->label() == "C1");
+  EXPECT_TRUE(m.atom(0)->site() == sites[0] && m.atom(1)->site() == sites[1]);
   EXPECT_NEAR(m.atom(2)->site()->fractional().x(), -0.02, 1e-12);
   EXPECT_EQ(m.nbonds(), 2);
   expect_bonds_follow_geometry(m);
@@ -298,21 +276,11 @@ TEST(BondDetectorCrystal, PolymersStopAtLatticeRepeats) {
     // Either way round, the bond kept is the one between the given positions.
     auto const molecules = crystal.molecules(atoms, p1);
     ASSERT_EQ(molecules->size(), 1u);
-    EXPECT_EQ(std::vector(molecules->front()->atoms().begin(), molecules->front()->atoms().end()),
-              atoms);
+    EXPECT_EQ(atoms_of(*molecules->front()), atoms);
     EXPECT_EQ(molecules->front()->nbonds(), 1);
     atoms[0]->site()->set_fractional({0.5, 0.1, 0});
     atoms[1]->site()->set_fractional({1, 0, 0});
   }
-
-  // A helix about a 21 axis: each atom bonds to its screw images, one period is kept.
-  Cell const p21 = make_cell(6, 3, 6, 90, 95, 90, "P21");
-  atoms = {atom(p21, "C", {0.03, 0.2, 0.03}), atom(p21, "N", {0.3, 0.3, 0.5})};
-  auto molecules = crystal.molecules(atoms, p21);
-  ASSERT_EQ(molecules->size(), 2u);
-  EXPECT_EQ(molecules->at(0)->natoms(), 2);
-  EXPECT_EQ(molecules->at(0)->nbonds(), 1);
-  EXPECT_EQ(molecules->at(1)->natoms(), 1);
 }
 
 TEST(BondDetectorCrystal, HydrogenPruningAcrossSymmetry) {
@@ -324,40 +292,7 @@ TEST(BondDetectorCrystal, HydrogenPruningAcrossSymmetry) {
                             BondDistanceLimit());
   auto const molecules = pruned.molecules(atoms, cell);
   ASSERT_EQ(molecules->size(), 1u);
-  EXPECT_EQ(molecules->front()->natoms(), 2);
-  EXPECT_EQ(molecules->front()->nbonds(), 1);
-}
-
-TEST(BondDetectorCrystal, CopiesTurnTheirDisplacementTensors) {
-  // A C-C bond across the twofold axis (0, y, 1/4) of C2/c.
-  Cell const cell = make_cell(10, 8, 12, 90, 105, 90, "C2/c");
-  auto given = atom(cell, "C", {0.07, 0.2, 0.25});
-  auto const u = kora::make_handle<AtomicDisplacementParameters>(
-      0.02, 0.03, 0.04, kora::UncertainValue(0.005, kora::Uncertainty(3, 4)), 0.006, 0.007,
-      AtomicDisplacementParameters::anisotropic);
-  given->set_site(kora::make_handle<Site>(given->site()->fractional(), given->site()->orthogonal(),
-                                          kora::UncertainValue(0.5), nullptr, u));
-  std::vector<THandle<Atom>> atoms{given, atom(cell, "", {0.5, 0.5, 0.5}),
-                                   atom(cell, "O", {0.3, 0.3, 0.3})};
-  atoms[2]->set_site({});
-  auto const molecules = crystal.molecules(atoms, cell);
-  // The pair, then the atoms that cannot take part, each on its own.
-  ASSERT_EQ(molecules->size(), 3u);
-  EXPECT_EQ(molecules->at(1)->atom(0), atoms[1]);
-  EXPECT_EQ(molecules->at(2)->atom(0), atoms[2]);
-  Molecule const& m = *molecules->at(0);
-  ASSERT_EQ(m.natoms(), 2);
-  auto const& site = *m.atom(1)->site();
-  EXPECT_LT(kora::norm(site.fractional() - Point(-0.07, 0.2, 0.25)), 1e-12);
-  EXPECT_EQ(site.occupancy().value(), 0.5);
-  auto const& v = *site.atomic_displacement_parameters();
-  // -x, y, -z+1/2 keeps the diagonal and U13 and turns U12 and U23.
-  EXPECT_NEAR(v.u(0, 0), 0.02, 1e-12);
-  EXPECT_NEAR(v.u(2, 2), 0.04, 1e-12);
-  EXPECT_NEAR(v.u(0, 1), -0.005, 1e-12);
-  EXPECT_EQ(v.u_value(0, 1).uncertainty(), kora::Uncertainty(3, 4));
-  EXPECT_NEAR(v.u(0, 2), 0.006, 1e-12);
-  EXPECT_NEAR(v.u(1, 2), -0.007, 1e-12);
+  EXPECT_TRUE(molecules->front()->natoms() == 2 && molecules->front()->nbonds() == 1);
 }
 
 TEST(BondDetectorCrystal, RandomCrystalsKeepTheirInvariants) {
@@ -402,23 +337,6 @@ TEST(BondDetectorCrystal, RandomCrystalsKeepTheirInvariants) {
       EXPECT_TRUE(found) << given->label();
     }
   }
-}
-
-TEST(BondDetectorCrystal, UnusableCellsFallBackToMolecularMode) {
-  auto atoms = cloud(7, 200, 12.0);
-  std::size_t const expected = plain.molecules(atoms, Cell())->size();
-  Cell const invalid(0, 1, 1, Angle::from_degrees(90), Angle::from_degrees(90),
-                     Angle::from_degrees(90));
-  EXPECT_EQ(crystal.molecules(atoms, invalid)->size(), expected);
-  // Narrower than a bond many times over: every atom would bond to its own translations.
-  EXPECT_EQ(crystal.molecules(atoms, make_cell(0.2, 0.2, 0.2, 90, 90, 90, "P1"))->size(), expected);
-  // A fourfold axis without its square: products of operators would leave the list.
-  auto const operators = kora::make_handle<std::vector<kora::CrystalSymmetryOperator>>(
-      std::vector<kora::CrystalSymmetryOperator>{kora::CrystalSymmetryTransformation("x,y,z"),
-                                                 kora::CrystalSymmetryTransformation("-y,x,z")});
-  Cell const open(10, 10, 10, Angle::from_degrees(90), Angle::from_degrees(90),
-                  Angle::from_degrees(90), Spacegroup(operators, 75, "P4 incomplete"));
-  EXPECT_EQ(crystal.molecules(atoms, open)->size(), expected);
 }
 
 }  // namespace
