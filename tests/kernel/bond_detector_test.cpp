@@ -232,6 +232,13 @@ TEST(BondDetectorCrystal, CentrosymmetricMoleculesComeOutWhole) {
       EXPECT_LT(kora::norm(m.atom(i)->site()->orthogonal() - cell.orthogonal(image)), 1e-9);
     }
     expect_bonds_follow_geometry(m);
+    // Given whole, its second half symmetry copies of the first: nothing is added.
+    atoms.push_back(atom(cell, "C", Point(centre - b), "C2'"));
+    atoms.push_back(atom(cell, "C", Point(centre - a), "C1'"));
+    auto const whole = crystal.molecules(atoms, cell);
+    ASSERT_EQ(whole->size(), 1u);
+    EXPECT_EQ(atoms_of(*whole->front()), atoms);
+    expect_bonds_follow_geometry(*whole->front());
   }
 }
 
