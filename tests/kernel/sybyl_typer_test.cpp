@@ -64,21 +64,15 @@ Molecule3d heavy(Molecule3d m) {
   return m;
 }
 
-// Atoms as element symbols with an optional charge ("N+", "O-"; "*" has no element) and,
-// when coordinates are given, each followed by x y z.
-std::vector<AtomRow> parse_atoms(std::string_view text, bool with_coordinates) {
+// Atoms as element symbols with an optional charge ("N+", "O-"; "*" has no element).
+std::vector<AtomRow> parse_atoms(std::string_view text) {
   std::vector<AtomRow> atoms;
-  std::vector<std::string> const w = words(text);
-  for (std::size_t k = 0; k < w.size(); k += with_coordinates ? 4 : 1) {
+  for (std::string const& w : words(text)) {
     AtomRow row;
-    row.symbol = w[k] == "*" ? "" : w[k];
+    row.symbol = w == "*" ? "" : w;
     while (!row.symbol.empty() && (row.symbol.back() == '+' || row.symbol.back() == '-')) {
       row.charge += row.symbol.back() == '+' ? 1 : -1;
       row.symbol.pop_back();
-    }
-    if (with_coordinates) {
-      row.has_site = true;
-      row.position = Point(std::stod(w[k + 1]), std::stod(w[k + 2]), std::stod(w[k + 3]));
     }
     atoms.push_back(row);
   }
@@ -146,56 +140,17 @@ TypingCase const connectivity_cases[] = {
 TEST(SybylTyper, TypesFromBondOrders) {
   for (TypingCase const& c : connectivity_cases) {
     SCOPED_TRACE(c.name);
-    Molecule3d const m = build(parse_atoms(c.atoms, false), parse_bonds(c.bonds));
+    Molecule3d const m = build(parse_atoms(c.atoms), parse_bonds(c.bonds));
     EXPECT_EQ(m.sybyl_atom_types(), words(c.atom_types));
     EXPECT_EQ(m.sybyl_bond_types(), words(c.bond_types));
   }
-  Molecule3d const m = build(parse_atoms("C C O N C", false), parse_bonds("0-1 1=2 1-3 3-4"));
+  Molecule3d const m = build(parse_atoms("C C O N C"), parse_bonds("0-1 1=2 1-3 3-4"));
   EXPECT_EQ(m.atom_sybyl_type(3), "N.am");
   EXPECT_EQ(m.bond_sybyl_type(2), "am");
   EXPECT_THROW(m.atom_sybyl_type(-1), std::out_of_range);
   EXPECT_THROW(m.atom_sybyl_type(5), std::out_of_range);
   EXPECT_THROW(m.bond_sybyl_type(4), std::out_of_range);
   EXPECT_TRUE(Molecule3d().sybyl_atom_types().empty());
-}
-
-struct GeometryCase {
-  char const* name;
-  char const* atoms;  // symbol x y z ...
-  char const* bonds;
-  char const* heavy_types;
-};
-
-// Force-field coordinates (the nitrile length set to 1.16), some without hydrogens as in
-// crystal structures. The orders given type as the heavy_types.
-GeometryCase const geometry_cases[] = {
-    {"acetate", "C 1.01 -0.05 0.06 C 2.52 -0.03 0.04 O 3.08 -1.02 0.60 O 3.04 0.97 -0.52",
-     "0-1 1~2 1~3", "C.3 C.2 O.co2 O.co2"},
-    {"nitromethane", "C 1.07 0.05 0.06 N 2.56 0.07 0.06 O 3.14 -1.00 0.25 O 3.10 1.17 -0.13",
-     "0-1 1=2 1=3", "C.3 N.pl3 O.2 O.2"},
-    {"guanidinium", "N 1.21 -0.01 -0.04 C 2.54 -0.01 -0.04 N 3.20 -1.16 0.09 N 3.20 1.13 -0.16",
-     "0~1 1~2 1~3", "N.pl3 C.cat N.pl3 N.pl3"},
-};
-
-// With every bond order unknown, the molecules must type as with their orders, from angles
-// and lengths, with their hydrogens (if any) and without them.
-TEST(SybylTyper, TypesFromGeometry) {
-  for (GeometryCase const& c : geometry_cases) {
-    SCOPED_TRACE(c.name);
-    std::vector<AtomRow> const atoms = parse_atoms(c.atoms, true);
-    std::vector<BondData> bonds = parse_bonds(c.bonds);
-    std::vector<std::string> const expected = words(c.heavy_types);
-    Molecule3d const known = heavy(build(atoms, bonds));
-    EXPECT_EQ(known.sybyl_atom_types(), expected) << "with orders";
-    for (BondData& b : bonds)
-      b.set_type(kora::unknown_bond);
-    Molecule3d const unknown = heavy(build(atoms, bonds));
-    EXPECT_EQ(unknown.sybyl_atom_types(), expected) << "unknown orders";
-    EXPECT_EQ(unknown.sybyl_bond_types(), known.sybyl_bond_types()) << "unknown orders";
-    std::vector<std::string> with_hydrogens = build(atoms, bonds).sybyl_atom_types();
-    std::erase(with_hydrogens, "H");
-    EXPECT_EQ(with_hydrogens, expected) << "unknown orders, with hydrogens";
-  }
 }
 
 struct Mol2Molecule {
