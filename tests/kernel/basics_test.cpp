@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -81,7 +80,6 @@ TEST(DatabaseEntryIdentifier, ValidationAndCaseInsensitiveOrder) {
 
 TEST(Date, OnlyDaysThatExist) {
   EXPECT_EQ(kora::Date(29, 2, 2000).to_string(), "2000-02-29");
-  EXPECT_EQ(kora::Date(5, 1, 987).to_string(), "0987-01-05");
   EXPECT_EQ(kora::Date(29, 2, 65636).to_string(), "65636-02-29");  // divisible by 4, not by 100
   int const bad[][3] = {{29, 2, 2023}, {29, 2, 1900}, {31, 4, 2024},  {32, 1, 2024},
                         {0, 1, 2024},  {1, 13, 2024}, {1, 257, 2024}, {29, 2, 100100}};

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "kora/kernel/crystal.hpp"
-#include "kora/kernel/database_entry.hpp"
 #include "kora/kernel/molecule.hpp"
 
 namespace {
