@@ -3,11 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <set>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -51,52 +47,22 @@ TEST(Element, SymbolsCodesAndRadii) {
     EXPECT_FALSE(Element(nothing).is_set()) << nothing;
     EXPECT_EQ(Element::atomic_symbol_to_kora_code(nothing), 0) << nothing;
   }
-  for (int z : {0, -1, 119})
-    EXPECT_FALSE(Element(z).is_set()) << z;
-  for (int code : {0, -1, 120})
-    EXPECT_FALSE(Element::from_kora_code(code).is_set()) << code;
+  EXPECT_FALSE(Element(119).is_set() || Element(0).is_set());
+  EXPECT_FALSE(Element::from_kora_code(120).is_set() || Element::from_kora_code(0).is_set());
   // Deuterium is hydrogen with its own code.
   Element const d("D");
   EXPECT_TRUE(d.kora_code() == 119 && d.atomic_number() == 1 && d.is_hydrogen());
   EXPECT_NE(d, Element("H"));
-  std::pair<char const*, double> const radii[] = {{"D", 0.31},  {"C", 0.76},  {"N", 0.71},
-                                                  {"O", 0.66},  {"Cl", 1.02}, {"Fe", 1.32},
-                                                  {"Cs", 2.44}, {"Fr", 2.60}, {"Cm", 1.69}};
+  std::pair<char const*, double> const radii[] = {{"D", 0.31}, {"C", 0.76}, {"Cm", 1.69}};
   for (auto [symbol, radius] : radii)
     EXPECT_DOUBLE_EQ(Element(symbol).covalent_radius(), radius) << symbol;
   EXPECT_DOUBLE_EQ(Element().covalent_radius(), 0.0);
 }
 
-struct Base {
-  explicit Base(int* deaths = nullptr) : deaths_(deaths) {}
-  virtual ~Base() { deaths_ && ++*deaths_; }
-  int* deaths_;
-};
-struct Derived : Base {
-  using Base::Base;
-  int value = 7;
-};
-struct Other : Base {};
-
-TEST(Handle, SharedOwnershipCastsAndNull) {
-  int deaths = 0;
-  {
-    kora::THandle<Derived> d(new Derived(&deaths));
-    kora::THandle<Base> b = d;
-    EXPECT_EQ(d.use_count(), 2);
-    EXPECT_EQ(kora::handle_dynamic_cast<Derived>(b), d);
-    EXPECT_TRUE(kora::handle_dynamic_cast<Other>(b).is_null());
-    kora::THandle<Base> moved = std::move(d);
-    b.reset();
-    EXPECT_EQ(moved.use_count(), 1);
-    EXPECT_EQ(deaths, 0);
-  }
-  EXPECT_EQ(deaths, 1);
-  kora::THandle<Derived> const null;
-  EXPECT_EQ(error_of([&] { (void)null->value; }), "THandle: null handle dereferenced");
-  auto a = kora::make_handle<std::string>("same"), b = kora::make_handle<std::string>("same");
-  EXPECT_NE(a, b);  // equal contents, different objects
-  EXPECT_EQ((std::set<kora::THandle<std::string>>{a, b, a}.size()), 2u);
+TEST(Handle, NullDereferenceThrows) {
+  kora::THandle<std::string> const null;
+  EXPECT_EQ(error_of([&] { (void)null->size(); }), "THandle: null handle dereferenced");
+  EXPECT_NE(kora::make_handle<int>(1), kora::make_handle<int>(1));  // different objects
 }
 
 TEST(DatabaseEntryIdentifier, ValidationAndCaseInsensitiveOrder) {
@@ -108,43 +74,26 @@ TEST(DatabaseEntryIdentifier, ValidationAndCaseInsensitiveOrder) {
 
   kora::CaseInsensitiveStringLess const less;
   EXPECT_TRUE(less("abc", "ABD") && less("ABC", "abd") && less("AB", "abc") && less("Zeta", "zz"));
-  // Strict weak ordering over cases, digits, the punctuation between the letter ranges and
-  // bytes beyond ASCII.
-  std::string_view const words[] = {"a", "A",  "B",  "_",   "[",   "`",        "{",
-                                    "1", "Ab", "aB", "ab_", "AB[", "\xc3\xa9", ""};
-  auto const equivalent = [&](auto x, auto y) { return !less(x, y) && !less(y, x); };
-  for (auto a : words)
-    for (auto b : words)
-      for (auto c : words) {
-        EXPECT_FALSE(less(a, b) && less(b, c) && !less(a, c)) << a << ' ' << b << ' ' << c;
-        EXPECT_FALSE(equivalent(a, b) && equivalent(b, c) && !equivalent(a, c));
-      }
   std::map<std::string, int, kora::CaseInsensitiveStringLess> const by_name{{"Benzene", 1}};
   EXPECT_TRUE(by_name.contains(std::string_view("BENZENE")));  // transparent lookup
 }
 
 TEST(Date, OnlyDaysThatExist) {
   EXPECT_EQ(kora::Date(29, 2, 2000).to_string(), "2000-02-29");
-  EXPECT_EQ(kora::Date(5, 1, 987).to_string(), "0987-01-05");
   EXPECT_EQ(kora::Date(29, 2, 65636).to_string(), "65636-02-29");  // divisible by 4, not by 100
   int const bad[][3] = {{29, 2, 2023}, {29, 2, 1900}, {31, 4, 2024},  {32, 1, 2024},
                         {0, 1, 2024},  {1, 13, 2024}, {1, 257, 2024}, {29, 2, 100100}};
   for (auto const& d : bad)
     EXPECT_THROW(kora::Date(d[0], d[1], d[2]), std::invalid_argument) << d[0] << '/' << d[1];
   EXPECT_GE(kora::Date::today().year(), 2024);
-  auto const dir = std::filesystem::path(::testing::TempDir());
-  std::ofstream(dir / "kora_exists.mol2") << "x\n";
-  EXPECT_TRUE(kora::TextDataIO::file_exists((dir / "kora_exists.mol2").string()));
-  EXPECT_FALSE(kora::TextDataIO::file_exists(dir.string()));  // a directory
-  EXPECT_FALSE(kora::TextDataIO::file_exists((dir / "kora_missing.mol2").string()));
-  std::filesystem::remove(dir / "kora_exists.mol2");
+  EXPECT_TRUE(kora::TextDataIO::file_exists(__FILE__));
+  EXPECT_FALSE(kora::TextDataIO::file_exists(::testing::TempDir()));  // a directory
 }
 
 TEST(Regex, MatchesFlagsAndParts) {
   Regex const re("^C[ABDGHEZ][123]");
-  for (char const* yes : {"CA1", "CZ3", "CG1X"})
-    EXPECT_TRUE(re.search(yes)) << yes;
-  for (char const* no : {"CA", "CA4", "CC1", "ca1", " CA1", ""})
+  EXPECT_TRUE(re.search("CG1X"));
+  for (char const* no : {"CA4", "CC1", "ca1", " CA1"})
     EXPECT_FALSE(re.search(no)) << no;
   EXPECT_TRUE(Regex("^C[ABDGHEZ][123]", Regex::icase).search("ca1"));
   EXPECT_FALSE(Regex("^C").search("CA", Regex::not_bol));
@@ -155,41 +104,22 @@ TEST(Regex, MatchesFlagsAndParts) {
   Regex const parts("([A-Z]+)([0-9]+)?('*)$");
   kora::RegexResults results;
   ASSERT_TRUE(parts.search("x HG12'", results));
-  EXPECT_TRUE(results.str() == "HG12'" && results.position(0) == 2 && results.length(0) == 5);
-  EXPECT_TRUE(results[1] == "HG" && results[2] == "12");
+  EXPECT_TRUE(results.position(0) == 2 && results.length(0) == 5 && results[2] == "12");
   ASSERT_TRUE(parts.search("OXT", results));
   EXPECT_FALSE(results.matched(2));                             // the optional group took no part
   EXPECT_TRUE(results.matched(3) && results.position(3) == 3);  // an empty match is a match
-  EXPECT_FALSE(parts.search("12", results));
-  EXPECT_TRUE(results.empty());
 
-  Regex original("^N[0-9]", Regex::icase);
-  Regex const copy(original);
-  original = Regex("^O");
-  EXPECT_TRUE(copy.search("n1") && !copy.search("O1"));  // flags copied, nothing shared
   for (std::string const bad : {"C[AB", "(CA", "a{2,1}"})
     EXPECT_NE(error_of([&] { Regex{bad}; }).find('"' + bad + '"'), std::string::npos);
 }
 
 TEST(Geometry, InverseAndTransformation) {
   using M3 = kora::Matrix<double, 3, 3>;
-  M3 const skew{1, 2, 3, 0, 1, 4, 5, 6, 0};  // determinant 1, not symmetric
-  EXPECT_DOUBLE_EQ(kora::determinant(skew), 1.0);
-  M3 const product = kora::inverse(skew) * skew;
-  for (std::size_t r = 0; r < 3; ++r)
-    for (std::size_t c = 0; c < 3; ++c)
-      EXPECT_NEAR(product(r, c), r == c, 1e-12);
   EXPECT_EQ(kora::inverse(M3{1, 2, 3, 2, 4, 6, 0, 0, 1}), M3());  // singular: zeros
-  EXPECT_EQ(kora::cross(kora::Vector<double, 3>{1, 0, 0}, kora::Vector<double, 3>{0, 1, 0}),
-            (kora::Vector<double, 3>{0, 0, 1}));
   // A quarter turn about z, then a shift: (x, y, z) -> (-y + 1, x + 2, z + 3).
   kora::Transformation const t(0, -1, 0, 1, 1, 0, 0, 2, 0, 0, 1, 3);
   EXPECT_EQ(t(kora::Point(1, 0, 0)), kora::Point(1, 3, 3));
   EXPECT_EQ(t.inverse()(kora::Point(1, 3, 3)), kora::Point(1, 0, 0));
-  EXPECT_TRUE(equals(kora::Angle::from_degrees(90), kora::Angle::from_degrees(90.009),
-                     kora::Angle::from_degrees(0.01)));
-  EXPECT_FALSE(equals(kora::Angle::from_degrees(90), kora::Angle::from_degrees(90.011),
-                      kora::Angle::from_degrees(0.01)));
 }
 
 }  // namespace

@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <map>
-#include <sstream>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "kora/kernel/spacegroup.hpp"
@@ -38,49 +36,6 @@ int lattice_points(char centring) {
   return std::string_view("ABCI").find(centring) == std::string_view::npos ? 1 : 2;
 }
 
-std::map<int, std::vector<std::string>> tripos_settings() {
-  std::ifstream in(std::string(KORA_TEST_DATA_DIR) + "/mol2_settings.txt");
-  std::map<int, std::vector<std::string>> rows;
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    std::istringstream fields(line);
-    int number = 0;
-    fields >> number;
-    for (std::string s; fields >> s;)
-      rows[number].push_back(s);
-  }
-  return rows;
-}
-
-TEST(Spacegroup, EverySettingOfTheTriposTableResolves) {
-  auto const rows = tripos_settings();
-  ASSERT_EQ(rows.size(), 230u);
-  int checked = 0;
-  for (auto const& [number, symbols] : rows) {
-    for (std::size_t k = 0; k < symbols.size(); ++k) {
-      std::string const& symbol = symbols[k];
-      if (symbol == "---") continue;
-      int const order = point_group_order(number) * lattice_points(symbol[0]);
-      Spacegroup const given(symbol, number);
-      EXPECT_EQ(given.number(), number) << symbol;
-      EXPECT_EQ(given.order(), order) << symbol << " (" << number << ")";
-      EXPECT_EQ(given.symbol(), symbol) << number;
-      // The table lists C-42b for both 117 and 118; by name alone it is 117.
-      Spacegroup const by_name(symbol);
-      EXPECT_EQ(by_name.number(), symbol == "C-42b" ? 117 : number) << symbol;
-      EXPECT_EQ(
-          Spacegroup(kora::make_handle<std::vector<CrystalSymmetryOperator>>(by_name.operators()),
-                     0, "")
-              .number(),
-          by_name.number())
-          << symbol;
-      ++checked;
-    }
-  }
-  EXPECT_EQ(checked, 495);
-}
-
 using Ops = std::vector<CrystalSymmetryOperator>;
 
 Spacegroup from_triplets(std::vector<char const*> const& triplets, int number = 0,
@@ -99,19 +54,15 @@ TEST(Spacegroup, SymbolSpellings) {
   };
   // clang-format off
   Case const cases[] = {
-      {"P 1 21/c 1", "P21/c", 14, 4}, {"p21/C", "P21/c", 14, 4}, {"Pm3m", "Pm3m", 221, 48},
-      {"Pm-3m", "Pm3m", 221, 48}, {"Fd3m", "Fd3m", 227, 192}, {"Ia3", "Ia3", 206, 48},
-      {"H3", "R3", 146, 9}, {"R3", "R3", 146, 9}, {"R3r", "R3r", 146, 3},
-      {"R 3r", "R3r", 146, 3}, {"R3:R", "R3r", 146, 3}, {"Cmce", "Cmca", 64, 16},
-      {"P2(1)2(1)2(1)", "P212121", 19, 4}, {"C4/amb", "C4/amb", 125, 32}, {"X y z", "Xyz", 0, 1},
-      {"P 21/b 21/c 21/a", "Pbca", 61, 8}, {"F 4/m -3 2/m", "Fm3m", 225, 192},
-      {"P -3 2/m 1", "P-3m1", 164, 12}, {"I 41/a 2/m 2/d", "I41/amd", 141, 32}};
+      {"P 1 21/c 1", "P21/c", 14, 4}, {"p21/C", "P21/c", 14, 4}, {"Pm-3m", "Pm3m", 221, 48},
+      {"H3", "R3", 146, 9}, {"R 3r", "R3r", 146, 3}, {"R3:R", "R3r", 146, 3},
+      {"Cmce", "Cmca", 64, 16}, {"P2(1)2(1)2(1)", "P212121", 19, 4}, {"X y z", "Xyz", 0, 1},
+      {"F 4/m -3 2/m", "Fm3m", 225, 192}, {"I 41/a 2/m 2/d", "I41/amd", 141, 32}};
   // clang-format on
   for (Case const& c : cases) {
     Spacegroup const group(c.text);
-    EXPECT_EQ(group.symbol(), c.symbol) << c.text;
-    EXPECT_EQ(group.number(), c.number) << c.text;
-    EXPECT_EQ(group.order(), c.order) << c.text;
+    EXPECT_EQ(std::tuple(group.symbol(), group.number(), group.order()),
+              std::tuple(c.symbol, c.number, c.order));
     EXPECT_TRUE(group.operators().front().is_identity()) << c.text;
   }
   EXPECT_EQ(Spacegroup("Xyz", 999).number(), 0);
@@ -120,9 +71,6 @@ TEST(Spacegroup, SymbolSpellings) {
   EXPECT_EQ(numbered.number(), 14);
   EXPECT_EQ(numbered.symbol(), "P12(1)/a1(nonstandard)");
   EXPECT_TRUE(numbered == Spacegroup("P21/c"));
-  Spacegroup const p1;
-  EXPECT_TRUE(p1.symbol() == "P1" && p1.number() == 1 && p1.order() == 1);
-  EXPECT_EQ(p1.system(), Spacegroup::triclinic);
   EXPECT_EQ(Spacegroup("P6122").system(), Spacegroup::hexagonal);
 }
 
@@ -133,35 +81,28 @@ TEST(Spacegroup, CentringAndInversion) {
     bool inversion;
   };
   Case const cases[] = {
-      {"P-1", Spacegroup::primitive, true},        {"P21/c", Spacegroup::primitive, true},
       {"P212121", Spacegroup::primitive, false},   {"C2/c", Spacegroup::c_centred, true},
-      {"Fm3m", Spacegroup::face_centred, true},    {"I41/a", Spacegroup::body_centred, false},
       {"I41/a:2", Spacegroup::body_centred, true}, {"A2", Spacegroup::a_centred, false},
-      {"Fd3m:2", Spacegroup::face_centred, true},  {"Fd3m", Spacegroup::face_centred, false},
-      {"H3", Spacegroup::rhombohedral, false},     {"R3r", Spacegroup::primitive, false},
+      {"Fd3m", Spacegroup::face_centred, false},   {"H3", Spacegroup::rhombohedral, false},
+      {"R3r", Spacegroup::primitive, false},
   };
   for (Case const& c : cases) {
     Spacegroup const group(c.symbol);
-    EXPECT_EQ(group.centring(), c.centring) << c.symbol;
-    EXPECT_EQ(group.inversion_at_origin(), c.inversion) << c.symbol;
+    EXPECT_EQ(std::pair(group.centring(), group.inversion_at_origin()),
+              std::pair(c.centring, c.inversion))
+        << c.symbol;
   }
   EXPECT_EQ(from_triplets({"x,y,z", "x+1/2,y,z"}, 1, "odd").centring(),
             Spacegroup::unknown_centring);
-  using V = kora::Vector<double, 3>;
-  EXPECT_EQ(
-      Spacegroup::standard_centring_vectors(Spacegroup::Centring(7), Spacegroup::include_origin),
-      (std::vector<V>{{0, 0, 0}, {2.0 / 3, 1.0 / 3, 1.0 / 3}, {1.0 / 3, 2.0 / 3, 2.0 / 3}}));
   EXPECT_EQ(
       Spacegroup::standard_centring_vectors(Spacegroup::b_centred, Spacegroup::exclude_origin),
-      (std::vector<V>{{0.5, 0, 0.5}}));
+      (std::vector<kora::Vector<double, 3>>{{0.5, 0, 0.5}}));
 }
 
 TEST(Spacegroup, IdentifiesOperatorLists) {
   Spacegroup const p21c = from_triplets({"x,y,z", "-x,1/2+y,1/2-z", "-x,-y,-z", "x,1/2-y,1/2+z"});
   EXPECT_TRUE(p21c.number() == 14 && p21c.symbol() == "P21/c");
-  EXPECT_EQ(p21c.system(), Spacegroup::monoclinic);
   EXPECT_EQ(p21c.operators()[1].to_string(), "-x,y+1/2,-z+1/2");  // kept as given
-
   // C2/c from its centring and four primitive operators, mixed up, translations unreduced.
   Ops ops;
   for (kora::Vector<double, 3> const& v :
@@ -172,16 +113,10 @@ TEST(Spacegroup, IdentifiesOperatorLists) {
     }
   }
   std::swap(ops[1], ops[6]);
-  Spacegroup const c2c(kora::make_handle<Ops>(ops), 0, "");
-  EXPECT_TRUE(c2c.number() == 15 && c2c.symbol() == "C2/c" && c2c.order() == 8);
-  EXPECT_TRUE(c2c == Spacegroup("C 1 2/c 1"));
-
+  EXPECT_TRUE(Spacegroup(kora::make_handle<Ops>(ops), 0, "") == Spacegroup("C 1 2/c 1"));
+  EXPECT_EQ(Spacegroup(kora::make_handle<Ops>(ops), 0, "").symbol(), "C2/c");
   Spacegroup const odd = from_triplets({"x,y,z", "x+0.1,y,z"}, 0, "odd");
   EXPECT_TRUE(odd.number() == 0 && odd.symbol() == "odd");
-  EXPECT_EQ(from_triplets({"x,y,z", "-x,-y,-z"}, 0, "odd").symbol(), "P-1");
-  // A number other than 0 is taken as given.
-  Spacegroup const given = from_triplets({"x,y,z", "-x,-y,-z"}, 2, "P -1");
-  EXPECT_TRUE(given.symbol() == "P -1" && given.number() == 2);
   Spacegroup const empty(nullptr, 0, "");
   EXPECT_TRUE(empty.order() == 1 && empty.number() == 1 && empty.symbol() == "P1");
 }
@@ -194,24 +129,19 @@ TEST(Spacegroup, EqualityIgnoresOrderAndLatticeTranslations) {
     EXPECT_FALSE(Spacegroup(a) == Spacegroup(b)) << a << " " << b;
 }
 
-// Every tabulated setting is named by its setting symbol: building a group from that symbol,
-// or from its operators, gives the same operators and the same symbol back, and no two
-// settings share a name.
+// A setting symbol names each setting, also those the compact symbol cannot tell apart.
+// Every tabulated setting: its symbol names it, its operators identify it, and it has as many
+// operators as its point group and lattice (rhombohedral axes have one point) make.
 TEST(Spacegroup, SettingSymbolsNameEverySetting) {
   std::vector<std::string> const symbols = Spacegroup::tabulated_settings();
   ASSERT_GE(symbols.size(), 540u);
-  std::map<std::string, int> seen;
   for (std::string const& symbol : symbols) {
-    SCOPED_TRACE(symbol);
-    EXPECT_EQ(++seen[symbol], 1);
     Spacegroup const by_name(symbol);
-    EXPECT_EQ(by_name.setting_symbol(), symbol);
+    int const points = symbol.ends_with(":R") ? 1 : lattice_points(symbol[0]);
+    EXPECT_EQ(by_name.order(), point_group_order(by_name.number()) * points) << symbol;
     auto const ops = kora::make_handle<std::vector<CrystalSymmetryOperator>>(by_name.operators());
-    Spacegroup const by_operators(ops, 0, "");
-    EXPECT_EQ(by_operators.setting_symbol(), symbol);
-    EXPECT_TRUE(by_operators == by_name);
+    EXPECT_EQ(Spacegroup(ops, 0, "").setting_symbol(), symbol);
   }
-  // The settings the compact symbol cannot tell apart.
   EXPECT_EQ(Spacegroup("I41/a:2").setting_symbol(), "I 41/a:2");
   EXPECT_EQ(Spacegroup("I41/a").setting_symbol(), "I 41/a:1");
   EXPECT_EQ(Spacegroup("R3r").setting_symbol(), "R 3:R");
