@@ -75,9 +75,11 @@ python-bench: python
 	bash scripts/install-deps.sh --rdkit
 	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) python/bench_sd.py
 
-# Every corpus file converted by kora (standard mode) to every format and read back by kora:
-# every entry must agree with the source on what the target format carries (run by CI).
+# The probes' own tests (pairing and comparing entries with the peers replaced), then every
+# corpus file converted by kora (standard mode) to every format and read back by kora: every
+# entry must agree with the source on what the target format carries (run by CI).
 interop-kora: build python
+	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) -m pytest -q -p no:cacheprovider probes
 	PYTHONPATH=$(CURDIR)/$(PYTHON_DIR)/python $(PYTHON) probes/interop.py --readers kora \
 	  --kora $(BUILD_DIR)/bin/kora --require-all
 

@@ -12,9 +12,7 @@ import types
 
 import pytest
 
-from conftest import REPO
-
-sys.path.insert(0, str(REPO / "probes"))
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 import reading  # noqa: E402
 from interop import Entry, parse_operator  # noqa: E402
