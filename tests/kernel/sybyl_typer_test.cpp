@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -239,6 +240,34 @@ void compare(Mol2Molecule const& m, std::vector<BondData> const& bonds, bool wit
   std::vector<std::string> const bond_types = molecule.sybyl_bond_types();
   for (std::size_t b = 0; b < bonds.size(); ++b)
     bond_agreement->count(m.bond_types[b], bond_types[b]);
+}
+
+// Large molecules type whole and in time: a Kekule acene of 2,000 rings (top chain t x t x
+// ..., bottom chain b y b y ..., rungs t-b) is aromatic throughout, and a 200,000-atom chain
+// is all C.3. Ring perception or typing that grew faster than the molecule would stall here.
+TEST(SybylTyper, LargeMolecules) {
+  int const rings = 2000;
+  AtomRow carbon;
+  carbon.symbol = "C";
+  std::vector<AtomRow> const acene(4 * rings + 2, carbon);
+  std::vector<BondData> bonds;
+  for (int i = 0; i < rings; ++i) {
+    int const t = 4 * i, b = t + 1, x = t + 2, y = t + 3;
+    bonds.insert(bonds.end(), {{t, x, kora::double_bond},
+                               {x, t + 4, kora::single_bond},
+                               {b, y, kora::double_bond},
+                               {y, b + 4, kora::single_bond},
+                               {t, b, kora::single_bond}});
+  }
+  bonds.emplace_back(4 * rings, 4 * rings + 1, kora::double_bond);
+  std::vector<std::string> const types = build(acene, bonds).sybyl_atom_types();
+  EXPECT_EQ(std::count(types.begin(), types.end(), "C.ar"), 4 * rings + 2);
+  std::vector<BondData> chain;
+  for (int i = 0; i + 1 < 200000; ++i)
+    chain.emplace_back(i, i + 1, kora::single_bond);
+  std::vector<std::string> const alkane =
+      build(std::vector<AtomRow>(200000, carbon), chain).sybyl_atom_types();
+  EXPECT_EQ(std::count(alkane.begin(), alkane.end(), "C.3"), 200000);
 }
 
 // Every Mol2 file of the corpus that uses SYBYL types only, typed from its bond orders, and
