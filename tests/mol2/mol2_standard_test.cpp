@@ -240,7 +240,8 @@ TEST(Mol2Standard, ChargeTypeLine) {
     maker.mutable_details().mol2_charge_type = type;
     std::string const text = write_standard(maker);
     EXPECT_NE(text.find("\nSMALL\n" + std::string(line) + "\n"), std::string::npos) << text;
-    AtomDetails const& back = *read_standard(text).molecule()->atom(0)->details();
+    THandle<Molecule> const read_back = read_standard(text).molecule();
+    AtomDetails const& back = *read_back->atom(0)->details();
     EXPECT_EQ(back.has_partial_charge, partial) << type;
     EXPECT_DOUBLE_EQ(back.has_partial_charge ? back.partial_charge : 0.25, 0.25) << type;
   }
